@@ -1,0 +1,80 @@
+#include "cli/device_queries.h"
+
+#include <unicode/coll.h>
+#include <unicode/locid.h>
+#include <unicode/unistr.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "support/error.h"
+
+namespace ac {
+
+using platform::AudioObjectID;
+using platform::OSStatus;
+
+AudioObjectID defaultOutputDeviceID(platform::AudioHardware& hw) {
+  AudioObjectID id = 0;
+  OSStatus st = hw.defaultOutputDevice(id);
+  if (st != 0) throw CaptureError(st, "default output device lookup failed");
+  return id;
+}
+
+std::string defaultOutputDeviceUID(platform::AudioHardware& hw) {
+  AudioObjectID id = defaultOutputDeviceID(hw);
+  std::optional<std::string> uid;
+  OSStatus st = hw.deviceUID(id, uid);
+  if (st != 0 || !uid) throw CaptureError(st, "default output device UID failed");
+  return *uid;
+}
+
+std::string deviceName(platform::AudioHardware& hw, AudioObjectID id) {
+  std::optional<std::string> name;
+  OSStatus st = hw.objectName(id, name);
+  if (st != 0 || !name) throw CaptureError(st, "device name lookup failed");
+  return *name;
+}
+
+std::string defaultOutputDeviceName(platform::AudioHardware& hw) {
+  return deviceName(hw, defaultOutputDeviceID(hw));
+}
+
+void sortDeviceNames(std::vector<std::string>& names) {
+  // Case-insensitive, locale-aware: secondary strength ignores case but keeps
+  // accents; the stable sort keeps device order among equal names.
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::Collator> coll(icu::Collator::createInstance(icu::Locale::getDefault(), status));
+  if (U_FAILURE(status) || !coll) {
+    std::stable_sort(names.begin(), names.end());
+    return;
+  }
+  coll->setStrength(icu::Collator::SECONDARY);
+  std::stable_sort(names.begin(), names.end(), [&](const std::string& a, const std::string& b) {
+    UErrorCode st = U_ZERO_ERROR;
+    return coll->compareUTF8(a, b, st) == UCOL_LESS;
+  });
+}
+
+std::vector<std::string> listOutputDeviceNames(platform::AudioHardware& hw) {
+  uint32_t size = 0;
+  OSStatus st = hw.deviceListByteSize(size);
+  if (st != 0) throw CaptureError(st, "device-list size lookup failed");
+  if (size < 4) return {};
+  std::vector<AudioObjectID> ids(size / 4, 0);
+  st = hw.deviceList(ids);
+  if (st != 0) throw CaptureError(st, "device-list lookup failed");
+
+  std::vector<std::string> names;
+  for (AudioObjectID id : ids) {
+    uint32_t streamBytes = 0;
+    if (hw.streamsByteSize(id, platform::Scope::output, streamBytes) != 0 || streamBytes == 0) continue;
+    std::optional<std::string> name;
+    if (hw.objectName(id, name) != 0 || !name || name->empty()) continue;
+    names.push_back(std::move(*name));
+  }
+  sortDeviceNames(names);
+  return names;
+}
+
+}  // namespace ac

@@ -1,0 +1,69 @@
+// The file-writer seam: an asset writer producing one MPEG-4 file with one
+// AAC track per input, in the order the inputs were added.
+//
+// Thread contract: each input is appended to from one serial queue; the
+// writer's own calls (start, finish, cancel) come from one thread at a time.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/audio_types.h"
+#include "support/error.h"
+
+namespace ac::platform {
+
+// Error domains the core inspects.
+inline constexpr const char* kPOSIXErrorDomain = "NSPOSIXErrorDomain";
+inline constexpr const char* kCocoaErrorDomain = "NSCocoaErrorDomain";
+
+// Exactly the four keys of the encoder's output settings.
+struct AudioOutputSettings {
+  uint32_t formatID = kAudioFormatMPEG4AAC;
+  double sampleRate = 0;
+  int channels = 0;
+  int bitRate = 0;
+  bool operator==(const AudioOutputSettings&) const = default;
+};
+
+enum class WriterStatus : int { unknown = 0, writing = 1, completed = 2, failed = 3, cancelled = 4 };
+
+class WriterInput {
+ public:
+  virtual ~WriterInput() = default;
+  virtual AudioOutputSettings settings() const = 0;
+  virtual void setExpectsMediaDataInRealTime(bool) = 0;
+  virtual bool isReadyForMoreMediaData() = 0;
+  // False when the sample could not be appended; the writer's error says why.
+  virtual bool append(const SampleBuffer& sample) = 0;
+  virtual void markAsFinished() = 0;
+};
+
+class AssetWriter {
+ public:
+  virtual ~AssetWriter() = default;
+  virtual bool canApplyOutputSettings(const AudioOutputSettings& settings) = 0;
+  virtual std::shared_ptr<WriterInput> makeInput(const AudioOutputSettings& settings) = 0;
+  virtual bool canAddInput(const std::shared_ptr<WriterInput>& input) = 0;
+  virtual void addInput(const std::shared_ptr<WriterInput>& input) = 0;
+  virtual bool startWriting() = 0;
+  virtual void startSession(MediaTime sourceTime) = 0;
+  // Calls completion once, on any thread, when the file is closed.
+  virtual void finishWriting(std::function<void()> completion) = 0;
+  virtual void cancelWriting() = 0;
+  virtual WriterStatus status() = 0;
+  virtual std::optional<Error> error() = 0;
+};
+
+class WriterFactory {
+ public:
+  virtual ~WriterFactory() = default;
+  // An MPEG-4 writer at path that writes a movie fragment every
+  // fragmentInterval. Null with `error` filled on failure.
+  virtual std::unique_ptr<AssetWriter> makeMPEG4Writer(const std::string& path, MediaTime fragmentInterval,
+                                                       Error& error) = 0;
+};
+
+}  // namespace ac::platform

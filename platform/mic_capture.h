@@ -1,0 +1,117 @@
+// The microphone seam: capture devices, a capture session with one device
+// input and one audio data output, sample delivery, disconnect and
+// runtime-error notifications, and microphone authorization.
+//
+// Shapes follow the platform capture framework so its backend is a thin
+// translation; every decision (device choice, fallback, recovery) is the
+// core's.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/audio_types.h"
+#include "support/error.h"
+
+namespace ac {
+class SerialQueue;
+}
+
+namespace ac::platform {
+
+// The capture framework's error domain; runtime errors in any other domain
+// are treated as device loss by the core.
+inline constexpr const char* kCaptureErrorDomain = "AVFoundationErrorDomain";
+
+enum class MicAuthorization : int { notDetermined = 0, restricted = 1, denied = 2, authorized = 3 };
+
+class CaptureDevice {
+ public:
+  virtual ~CaptureDevice() = default;
+  virtual std::string uniqueID() const = 0;
+  virtual std::string localizedName() const = 0;
+  virtual bool isConnected() const = 0;
+  // The device's active format; absent when it cannot be read.
+  virtual std::optional<AudioFormatDescription> activeFormat() const = 0;
+};
+
+class CaptureDeviceInput {
+ public:
+  virtual ~CaptureDeviceInput() = default;
+  virtual std::shared_ptr<CaptureDevice> device() const = 0;
+};
+
+// The output's requested PCM format (key for key the platform's settings).
+struct CaptureAudioSettings {
+  uint32_t formatID = kAudioFormatLinearPCM;
+  double sampleRate = 48000;
+  int channels = 1;
+  int bitDepth = 32;
+  bool isFloat = true;
+  bool isBigEndian = false;
+  bool isNonInterleaved = false;
+};
+
+// Receives each captured buffer on the queue given with it.
+using SampleBufferHandler = std::function<void(const SampleBuffer&)>;
+
+class AudioDataOutput {
+ public:
+  virtual ~AudioDataOutput() = default;
+  virtual void setAudioSettings(const CaptureAudioSettings& settings) = 0;
+  virtual CaptureAudioSettings audioSettings() const = 0;
+  virtual void setSampleBufferHandler(SampleBufferHandler handler, ::ac::SerialQueue* queue) = 0;
+};
+
+class CaptureSession {
+ public:
+  virtual ~CaptureSession() = default;
+  virtual void beginConfiguration() = 0;
+  virtual void commitConfiguration() = 0;
+  virtual bool canAddInput(const std::shared_ptr<CaptureDeviceInput>& input) = 0;
+  virtual void addInput(const std::shared_ptr<CaptureDeviceInput>& input) = 0;
+  virtual void removeInput(const std::shared_ptr<CaptureDeviceInput>& input) = 0;
+  virtual bool canAddOutput(const std::shared_ptr<AudioDataOutput>& output) = 0;
+  virtual void addOutput(const std::shared_ptr<AudioDataOutput>& output) = 0;
+  // startRunning() blocks until the session runs or fails to.
+  virtual void startRunning() = 0;
+  virtual void stopRunning() = 0;
+  virtual bool isRunning() = 0;
+};
+
+using ObserverToken = uint64_t;  // 0 = none
+
+class MicCapture {
+ public:
+  virtual ~MicCapture() = default;
+
+  virtual MicAuthorization authorizationStatus() = 0;
+  // Calls completion (any thread) once the user answered.
+  virtual void requestAccess(std::function<void(bool granted)> completion) = 0;
+
+  virtual std::shared_ptr<CaptureDevice> defaultAudioDevice() = 0;
+  virtual std::shared_ptr<CaptureDevice> deviceWithUniqueID(const std::string& uid) = 0;
+
+  // Null with `error` filled when the device cannot be opened.
+  virtual std::shared_ptr<CaptureDeviceInput> makeDeviceInput(const std::shared_ptr<CaptureDevice>& device,
+                                                              Error& error) = 0;
+  virtual std::shared_ptr<AudioDataOutput> makeAudioDataOutput() = 0;
+  virtual std::shared_ptr<CaptureSession> makeSession() = 0;
+
+  // Device-disconnected notification, for any device. The handler receives
+  // the device (null when the notification names none) on `queue`, or on the
+  // posting thread when queue is null.
+  virtual ObserverToken observeDeviceDisconnected(
+      ::ac::SerialQueue* queue, std::function<void(std::shared_ptr<CaptureDevice>)> handler) = 0;
+  // Runtime errors of one session; the handler receives the error (absent
+  // when the notification carried none).
+  virtual ObserverToken observeRuntimeError(const std::shared_ptr<CaptureSession>& session,
+                                            ::ac::SerialQueue* queue,
+                                            std::function<void(std::optional<Error>)> handler) = 0;
+  virtual void removeObserver(ObserverToken token) = 0;
+};
+
+}  // namespace ac::platform

@@ -1,0 +1,86 @@
+// The notification-centre seam: authorization, posting, the delivered list,
+// categories and actions, removal, and the delegate that receives clicks.
+//
+// Completion handlers may run on any thread; the core hops to its own queues.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "support/error.h"
+
+namespace ac::platform {
+
+// Identifiers the platform gives a body click and a dismissal.
+inline constexpr const char* kDefaultActionIdentifier = "com.apple.UNNotificationDefaultActionIdentifier";
+inline constexpr const char* kDismissActionIdentifier = "com.apple.UNNotificationDismissActionIdentifier";
+
+// 0 notDetermined, 1 denied, 2 authorized, 3 provisional, 4 ephemeral.
+using NotificationAuthorizationStatus = int;
+
+struct NotificationContent {
+  std::string title;
+  std::string body;
+  // Empty: the default sound; otherwise the platform's sound of that name.
+  std::string soundName;
+  // The click envelope; null when the banner carries no user info at all.
+  nlohmann::json userInfo;
+  std::string categoryIdentifier;
+};
+
+struct NotificationAction {
+  std::string identifier;
+  std::string title;
+  bool authenticationRequired = false;
+  bool foreground = false;
+};
+
+struct NotificationCategory {
+  std::string identifier;
+  std::vector<NotificationAction> actions;
+  bool customDismissAction = false;
+};
+
+struct DeliveredNotification {
+  std::string requestIdentifier;
+  NotificationContent content;
+  double deliveryDate = 0;  // seconds since 1970
+};
+
+struct NotificationResponse {
+  std::string requestIdentifier;
+  std::string actionIdentifier;
+  NotificationContent content;
+};
+
+class NotificationDelegate {
+ public:
+  virtual ~NotificationDelegate() = default;
+  // Called for a banner of this process while it is frontmost: whether to
+  // show it as a banner and play its sound.
+  virtual void willPresent(std::function<void(bool banner, bool sound)> completion) = 0;
+  // A click, an action button or (where the category asks) a dismissal.
+  virtual void didReceive(const NotificationResponse& response, std::function<void()> completion) = 0;
+};
+
+class NotificationCenter {
+ public:
+  virtual ~NotificationCenter() = default;
+  // The delegate must outlive the centre's use of it.
+  virtual void setDelegate(NotificationDelegate* delegate) = 0;
+  virtual void getAuthorizationStatus(std::function<void(NotificationAuthorizationStatus)> completion) = 0;
+  virtual void requestAuthorization(bool alert, bool sound, bool badge,
+                                    std::function<void(bool granted, std::optional<Error>)> completion) = 0;
+  virtual void add(const std::string& identifier, const NotificationContent& content,
+                   std::function<void(std::optional<Error>)> completion) = 0;
+  virtual void getDelivered(std::function<void(std::vector<DeliveredNotification>)> completion) = 0;
+  virtual void removeDelivered(const std::vector<std::string>& identifiers) = 0;
+  virtual void getCategories(std::function<void(std::vector<NotificationCategory>)> completion) = 0;
+  virtual void setCategories(const std::vector<NotificationCategory>& categories) = 0;
+};
+
+}  // namespace ac::platform

@@ -1,0 +1,112 @@
+// A small dispatch runtime: serial queues, a global queue, delayed work,
+// counting semaphores with time-outs, signal sources and a main queue that the
+// main thread pumps in slices.
+//
+// Contracts:
+// - A SerialQueue runs its blocks one at a time, in submission order, on one
+//   thread of its own that carries the queue's label as its thread name
+//   (truncated to 15 bytes). async() never blocks beyond a short internal
+//   lock; blocks must not call sync() on their own queue.
+// - Destroying a SerialQueue drains the blocks already queued, then joins.
+// - Semaphore::wait(timeout) returns false on time-out, true once signalled.
+// - SignalSource installs a handler for its signal (so the default action no
+//   longer runs) and delivers every arrival as one call of its handler on the
+//   given queue. Arrivals are coalesced only while a delivery is pending.
+// - The main queue holds blocks for the main thread; they run only while the
+//   main thread is inside runMainLoop().
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace ac {
+
+using Block = std::function<void()>;
+
+class SerialQueue {
+ public:
+  explicit SerialQueue(std::string label);
+  ~SerialQueue();
+  SerialQueue(const SerialQueue&) = delete;
+  SerialQueue& operator=(const SerialQueue&) = delete;
+
+  const std::string& label() const { return label_; }
+  void async(Block block);
+  // Runs block on the queue and waits for it.
+  void sync(const Block& block);
+  // Runs block on the queue no earlier than delaySeconds from now. The queue
+  // must outlive the delay.
+  void asyncAfter(double delaySeconds, Block block);
+  // True when called from a block running on this queue.
+  bool isCurrent() const;
+
+ private:
+  void run();
+
+  std::string label_;
+  std::mutex mutex_;
+  std::condition_variable cv_;
+  std::deque<Block> blocks_;
+  bool stopping_ = false;
+  std::thread thread_;
+};
+
+// Blocks on the global queue run concurrently, each on a detached worker.
+void dispatchGlobal(Block block);
+void dispatchGlobalAfter(double delaySeconds, Block block);
+
+class Semaphore {
+ public:
+  explicit Semaphore(int64_t initial = 0) : count_(initial) {}
+  void signal();
+  void wait();
+  // False when timeoutSeconds passed without a signal.
+  bool wait(double timeoutSeconds);
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable cv_;
+  int64_t count_;
+};
+
+class SignalSource {
+ public:
+  // Takes over signo from now on; handler runs on queue for every arrival.
+  SignalSource(int signo, SerialQueue& queue, Block handler);
+  ~SignalSource();
+  SignalSource(const SignalSource&) = delete;
+  SignalSource& operator=(const SignalSource&) = delete;
+
+ private:
+  int signo_;
+};
+
+// Makes SIGTERM/SIGINT ignored by default delivery: the signal no longer kills
+// the process; only SignalSources see it.
+void ignoreDefaultDelivery(int signo);
+
+// The main queue.
+void dispatchMain(Block block);
+void dispatchMainAfter(double delaySeconds, Block block);
+// Runs main-queue blocks on the calling thread until `seconds` have passed.
+// The platform may also service its own event loop here (see platform/run_loop.h).
+void runMainQueueFor(double seconds);
+// Runs main-queue blocks forever.
+[[noreturn]] void runMainQueueForever();
+
+// Monotonic seconds since an arbitrary fixed point.
+double monotonicSeconds();
+// Wall-clock seconds since 1970.
+double wallSeconds();
+
+// Names the calling thread (visible in debuggers and /proc).
+void setCurrentThreadName(const std::string& name);
+
+}  // namespace ac

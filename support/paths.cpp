@@ -1,0 +1,79 @@
+#include "support/paths.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+
+namespace ac {
+
+std::string homeDirectory() {
+  if (const char* h = std::getenv("HOME"); h && *h) return h;
+  if (struct passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) return pw->pw_dir;
+  return "";
+}
+
+std::string expandTilde(std::string_view path) {
+  if (path.empty() || path[0] != '~') return std::string(path);
+  size_t slash = path.find('/');
+  std::string_view user = path.substr(1, slash == std::string_view::npos ? std::string_view::npos : slash - 1);
+  std::string rest = slash == std::string_view::npos ? "" : std::string(path.substr(slash));
+  if (user.empty()) return homeDirectory() + rest;
+  std::string name(user);
+  if (struct passwd* pw = ::getpwnam(name.c_str()); pw && pw->pw_dir) return pw->pw_dir + rest;
+  return std::string(path);
+}
+
+std::string lastPathComponent(std::string_view path) {
+  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+  size_t slash = path.rfind('/');
+  return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
+}
+
+int writeFileAtomically(const std::string& path, std::string_view data, unsigned mode) {
+  std::random_device rd;
+  std::string tmp = path + ".tmp." + std::to_string(::getpid()) + "." + std::to_string(rd());
+  int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+  if (fd < 0) return errno;
+  size_t off = 0;
+  while (off < data.size()) {
+    ssize_t n = ::write(fd, data.data() + off, data.size() - off);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      int err = n < 0 ? errno : EIO;
+      ::close(fd);
+      ::unlink(tmp.c_str());
+      return err;
+    }
+    off += static_cast<size_t>(n);
+  }
+  ::fchmod(fd, mode);
+  if (::close(fd) != 0) {
+    int err = errno;
+    ::unlink(tmp.c_str());
+    return err;
+  }
+  if (::rename(tmp.c_str(), path.c_str()) != 0) {
+    int err = errno;
+    ::unlink(tmp.c_str());
+    return err;
+  }
+  return 0;
+}
+
+std::string errnoText(int err) {
+  char buf[256];
+#if defined(__GLIBC__) && defined(_GNU_SOURCE)
+  return ::strerror_r(err, buf, sizeof buf);
+#else
+  ::strerror_r(err, buf, sizeof buf);
+  return buf;
+#endif
+}
+
+}  // namespace ac
