@@ -8,7 +8,9 @@
 // IOProc block on the backend's IOProc thread, lock-free.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "platform/audio_hardware.h"
@@ -31,6 +33,52 @@ class SystemSampleSink {
   // Queues, on the system write queue, the once-only write-failure notice
   // with this title and body.
   virtual void notifyAppendFailureOnceOnSystemQueue(std::string reason, std::string advice) = 0;
+};
+
+}  // namespace ac::capture
+
+namespace ac::capture {
+
+// Figures for the recording's final statistics line.
+struct SystemCaptureStats {
+  int64_t ioProcCalls = 0;
+  int64_t dataFailures = 0;
+  platform::StreamFormat format;
+  int64_t formatChanges = 0;
+  int64_t tapBufferIndex = 0;
+  int64_t tapBufferCount = 0;
+  float maxSampleAbs = 0;
+};
+
+class SystemCapture {
+ public:
+  SystemCapture(platform::AudioHardware& hw, SystemSampleSink& sink, PostNotification post);
+  ~SystemCapture();
+  SystemCapture(const SystemCapture&) = delete;
+  SystemCapture& operator=(const SystemCapture&) = delete;
+
+  // Creates the tap and the aggregate on the default output and measures the
+  // topology. Throws CaptureError and leaves nothing half-built.
+  void setup();
+  // The adopted tap format (what the system track's encoder is sized for).
+  platform::StreamFormat systemFormat() const;
+  // Creates and starts the first IOProc. Throws CaptureError.
+  void start();
+  // Default-output and tap-format listeners (installed after start()).
+  void installListeners();
+  void removeListeners();
+  // Marks the chain stopped under the rebuild lock, then runs whileLocked
+  // still holding it, so no repair overlaps what follows.
+  void markStopped(const std::function<void()>& whileLocked);
+  // Stops and destroys the IOProc, the aggregate and the tap; frees the
+  // scratch list only when the IOProc is proven quiesced.
+  void teardown();
+  SystemCaptureStats stats() const;
+
+  struct State;
+
+ private:
+  std::shared_ptr<State> state_;
 };
 
 }  // namespace ac::capture
