@@ -1,0 +1,139 @@
+// A scriptable file-writer seam for tests: nothing is encoded or written to
+// disk; every question, input, setting and append is recorded.
+//
+// Scripts (SimWriterScript, shared by the factory and every writer it makes,
+// so set it before the code under test creates a writer): which output
+// settings the encoder accepts, whether inputs can be added, whether
+// startWriting succeeds, how finishing ends (status and error), and a
+// failure to create the writer at all. Per input: readiness, and the next N
+// appends failing with a given writer error.
+//
+// The writers stay inspectable after the code under test dropped them: the
+// factory keeps each one (released() tells whether its owner let it go).
+// finishWriting calls its completion once, on a new thread. Thread-safe.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/asset_writer.h"
+
+namespace ac::sim {
+
+struct SimWriterScript {
+  std::function<bool(const platform::AudioOutputSettings&)> accepts;  // empty: accept everything
+  bool canAddInputs = true;
+  bool startWritingSucceeds = true;
+  std::optional<Error> startWritingError;
+  platform::WriterStatus finishStatus = platform::WriterStatus::completed;
+  std::optional<Error> finishError;
+  std::optional<Error> createError;  // makeMPEG4Writer fails with it
+};
+
+class SimAssetWriter;
+
+class SimWriterInput final : public platform::WriterInput {
+ public:
+  SimWriterInput(platform::AudioOutputSettings settings, std::weak_ptr<SimAssetWriter> writer)
+      : settings_(settings), writer_(std::move(writer)) {}
+
+  // --- scripting ---
+  void setReady(bool ready);
+  // The next `count` appends fail, each leaving `error` as the writer's error.
+  void failNextAppends(int count, std::optional<Error> error);
+
+  // --- records ---
+  std::vector<platform::SampleBuffer> appended() const;
+  std::vector<platform::MediaTime> appendedPTS() const;
+  int appendAttempts() const;
+  bool expectsRealTime() const;
+  bool finished() const;
+
+  // --- platform::WriterInput ---
+  platform::AudioOutputSettings settings() const override { return settings_; }
+  void setExpectsMediaDataInRealTime(bool realTime) override;
+  bool isReadyForMoreMediaData() override;
+  bool append(const platform::SampleBuffer& sample) override;
+  void markAsFinished() override;
+
+ private:
+  const platform::AudioOutputSettings settings_;
+  const std::weak_ptr<SimAssetWriter> writer_;
+  mutable std::mutex mutex_;
+  bool ready_ = true;
+  bool realTime_ = false;
+  bool finished_ = false;
+  int failAppends_ = 0;
+  std::optional<Error> failError_;
+  int attempts_ = 0;
+  std::vector<platform::SampleBuffer> appended_;
+};
+
+class SimAssetWriter final : public platform::AssetWriter, public std::enable_shared_from_this<SimAssetWriter> {
+ public:
+  SimAssetWriter(std::string path, platform::MediaTime fragmentInterval, std::shared_ptr<SimWriterScript> script)
+      : path_(std::move(path)), fragmentInterval_(fragmentInterval), script_(std::move(script)) {}
+
+  void setError(std::optional<Error> error);
+
+  // --- records ---
+  const std::string& path() const { return path_; }
+  platform::MediaTime fragmentInterval() const { return fragmentInterval_; }
+  std::vector<platform::AudioOutputSettings> settingsAsked() const;
+  std::vector<std::shared_ptr<SimWriterInput>> inputs() const;  // added, in order
+  std::optional<platform::MediaTime> sessionStart() const;
+  int finishCalls() const;
+  bool cancelled() const;
+  bool released() const;
+  void markReleased();
+
+  // --- platform::AssetWriter ---
+  bool canApplyOutputSettings(const platform::AudioOutputSettings& settings) override;
+  std::shared_ptr<platform::WriterInput> makeInput(const platform::AudioOutputSettings& settings) override;
+  bool canAddInput(const std::shared_ptr<platform::WriterInput>& input) override;
+  void addInput(const std::shared_ptr<platform::WriterInput>& input) override;
+  bool startWriting() override;
+  void startSession(platform::MediaTime sourceTime) override;
+  void finishWriting(std::function<void()> completion) override;
+  void cancelWriting() override;
+  platform::WriterStatus status() override;
+  std::optional<Error> error() override;
+
+ private:
+  const std::string path_;
+  const platform::MediaTime fragmentInterval_;
+  const std::shared_ptr<SimWriterScript> script_;
+  mutable std::mutex mutex_;
+  platform::WriterStatus status_ = platform::WriterStatus::unknown;
+  std::optional<Error> error_;
+  std::vector<platform::AudioOutputSettings> asked_;
+  std::vector<std::shared_ptr<SimWriterInput>> inputs_;
+  std::optional<platform::MediaTime> sessionStart_;
+  int finishCalls_ = 0;
+  bool cancelled_ = false;
+  bool released_ = false;
+};
+
+class SimWriterFactory final : public platform::WriterFactory {
+ public:
+  SimWriterFactory() : script_(std::make_shared<SimWriterScript>()) {}
+  SimWriterScript& script() { return *script_; }
+  // The writers made so far, oldest first; lastWriter() the newest (or null).
+  std::vector<std::shared_ptr<SimAssetWriter>> writers() const;
+  std::shared_ptr<SimAssetWriter> lastWriter() const;
+
+  std::unique_ptr<platform::AssetWriter> makeMPEG4Writer(const std::string& path,
+                                                         platform::MediaTime fragmentInterval,
+                                                         Error& error) override;
+
+ private:
+  std::shared_ptr<SimWriterScript> script_;
+  mutable std::mutex mutex_;
+  std::vector<std::shared_ptr<SimAssetWriter>> writers_;
+};
+
+}  // namespace ac::sim
