@@ -2,6 +2,9 @@
 // categories and actions, removal, and the delegate that receives clicks.
 //
 // Completion handlers may run on any thread; the core hops to its own queues.
+// A centre that cannot answer (no service) never calls a completion: the core
+// waits with its own time-outs and treats silence as "did not answer", which
+// is different from an empty answer.
 #pragma once
 
 #include <functional>
@@ -78,9 +81,14 @@ class NotificationCenter {
   virtual void add(const std::string& identifier, const NotificationContent& content,
                    std::function<void(std::optional<Error>)> completion) = 0;
   virtual void getDelivered(std::function<void(std::vector<DeliveredNotification>)> completion) = 0;
+  // Takes back delivered banners by request identifier. Returns once the
+  // removal has been handed to the service (the caller may exit right after).
   virtual void removeDelivered(const std::vector<std::string>& identifiers) = 0;
   virtual void getCategories(std::function<void(std::vector<NotificationCategory>)> completion) = 0;
   virtual void setCategories(const std::vector<NotificationCategory>& categories) = 0;
+  // Whether clicking a banner after its poster has exited relaunches this
+  // program (with no arguments), so that a bare launch may be a click.
+  virtual bool relaunchesProgramOnClick() const { return true; }
 };
 
 }  // namespace ac::platform

@@ -1,5 +1,16 @@
 // The desktop seam: this process's bundle identity, opening URLs, finding
 // and launching applications, and the companion app's tab switch.
+//
+// "Bundle" is the platform's notion of an installed program:
+// - macOS: the application bundle; bundleIdentifier() is its identifier,
+//   which the notification centre requires.
+// - Linux: the directory holding the executable. bundleIdentifier() is
+//   present exactly when the session bus can be reached, since that is what
+//   the desktop notification service needs; applications are found by their
+//   desktop entry "<identifier>.desktop" in the XDG data directories, and a
+//   distributed notification is a session-bus signal.
+//
+// Every method may be called from any thread.
 #pragma once
 
 #include <optional>

@@ -1,0 +1,318 @@
+#include "platform/linux/dbus_notification_center.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "platform/linux/backends.h"
+#include "platform/linux/dbus_notification_registry.h"
+#include "platform/linux/dbus_session.h"
+#include "support/dispatch.h"
+#include "support/log.h"
+
+namespace ac::platform::linux_backend {
+
+std::string escapeBodyMarkup(const std::string& body) {
+  std::string out;
+  out.reserve(body.size());
+  for (char c : body) {
+    switch (c) {
+      case '&': out += "&amp;"; break;
+      case '<': out += "&lt;"; break;
+      case '>': out += "&gt;"; break;
+      default: out += c;
+    }
+  }
+  return out;
+}
+
+namespace {
+
+constexpr uint32_t kClosedByUser = 2;
+constexpr double kRemovalPatienceSeconds = 2.0;
+
+DBusMessage* notificationsCall(const char* member) {
+  return dbus_message_new_method_call(kNotificationsService, kNotificationsPath, kNotificationsInterface, member);
+}
+
+DBusMessage* busCall(const char* member) {
+  return dbus_message_new_method_call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                      member);
+}
+
+void appendHints(DBusMessageIter* args, const std::string& soundName) {
+  DBusMessageIter dict;
+  dbus_message_iter_open_container(args, DBUS_TYPE_ARRAY, "{sv}", &dict);
+  if (!soundName.empty()) {
+    DBusMessageIter entry, variant;
+    dbus_message_iter_open_container(&dict, DBUS_TYPE_DICT_ENTRY, nullptr, &entry);
+    dbus_args::appendString(&entry, "sound-name");
+    dbus_message_iter_open_container(&entry, DBUS_TYPE_VARIANT, "s", &variant);
+    dbus_args::appendString(&variant, soundName);
+    dbus_message_iter_close_container(&entry, &variant);
+    dbus_message_iter_close_container(&dict, &entry);
+  }
+  dbus_message_iter_close_container(args, &dict);
+}
+
+DBusMessage* notifyMessage(const NotificationContent& content, const std::vector<NotificationAction>& actions,
+                           bool bodyMarkup) {
+  DBusMessage* m = notificationsCall("Notify");
+  DBusMessageIter args;
+  dbus_message_iter_init_append(m, &args);
+  dbus_args::appendString(&args, kNotificationsAppName);
+  dbus_uint32_t replaces = 0;
+  dbus_message_iter_append_basic(&args, DBUS_TYPE_UINT32, &replaces);
+  dbus_args::appendString(&args, "");  // icon
+  dbus_args::appendString(&args, content.title);
+  dbus_args::appendString(&args, bodyMarkup ? escapeBodyMarkup(content.body) : content.body);
+  DBusMessageIter list;
+  dbus_message_iter_open_container(&args, DBUS_TYPE_ARRAY, "s", &list);
+  dbus_args::appendString(&list, kDefaultActionKey);
+  dbus_args::appendString(&list, kDefaultActionLabel);
+  for (const auto& a : actions) {
+    dbus_args::appendString(&list, a.identifier);
+    dbus_args::appendString(&list, a.title);
+  }
+  dbus_message_iter_close_container(&args, &list);
+  appendHints(&args, content.soundName);
+  dbus_int32_t expire = -1;  // the desktop's own choice
+  dbus_message_iter_append_basic(&args, DBUS_TYPE_INT32, &expire);
+  return m;
+}
+
+class DBusNotificationCenter final : public NotificationCenter {
+ public:
+  DBusNotificationCenter() : session_(DBusSession::shared()), registry_(registryDirectory()) {
+    if (!session_) return;
+    session_->addSignalHandler(std::string("type='signal',interface='") + kNotificationsInterface + "'",
+                               kNotificationsInterface, [this](DBusMessage* m) { onSignal(m); });
+  }
+
+  void setDelegate(NotificationDelegate* delegate) override {
+    std::lock_guard lock(mutex_);
+    delegate_ = delegate;
+  }
+
+  void getAuthorizationStatus(std::function<void(NotificationAuthorizationStatus)> completion) override {
+    if (!session_) return;
+    session_->call(notificationsCall("GetServerInformation"),
+                   [completion](DBusMessage* reply, const std::string&, const std::string&) {
+                     if (reply) completion(2);
+                   });
+  }
+
+  void requestAuthorization(bool, bool, bool,
+                            std::function<void(bool, std::optional<Error>)> completion) override {
+    // The service asks nobody: reaching it is the permission.
+    if (!session_) return;
+    session_->call(notificationsCall("GetServerInformation"),
+                   [completion](DBusMessage* reply, const std::string&, const std::string&) {
+                     if (reply) completion(true, std::nullopt);
+                   });
+  }
+
+  void add(const std::string& identifier, const NotificationContent& content,
+           std::function<void(std::optional<Error>)> completion) override {
+    if (!session_) return;
+    std::vector<NotificationAction> actions;
+    bool customDismiss = false;
+    if (!content.categoryIdentifier.empty()) {
+      for (const auto& c : registry_.categories()) {
+        if (c.identifier == content.categoryIdentifier) {
+          actions = c.actions;
+          customDismiss = c.customDismissAction;
+        }
+      }
+    }
+    withCapabilities([=, this](const std::vector<std::string>& caps) {
+      bool markup = std::find(caps.begin(), caps.end(), "body-markup") != caps.end();
+      session_->call(notifyMessage(content, actions, markup),
+                     [=, this](DBusMessage* reply, const std::string& errorName, const std::string& errorMessage) {
+                       onNotifyReply(reply, errorName, errorMessage, identifier, content, customDismiss, completion);
+                     });
+    });
+  }
+
+  void getDelivered(std::function<void(std::vector<DeliveredNotification>)> completion) override {
+    withServiceOwner([this, completion](const std::string& owner) {
+      dispatchGlobal([this, owner, completion] {
+        std::vector<DeliveredNotification> out;
+        bool stale = false;
+        for (auto& r : registry_.rows()) {
+          if (r.server != owner) {
+            stale = true;
+            continue;
+          }
+          out.push_back({r.requestIdentifier, r.content, r.at});
+        }
+        // Rows shown by an earlier instance of the service died with it.
+        if (stale) registry_.removeIf([&](const RegistryRow& r) { return r.server != owner; });
+        completion(std::move(out));
+      });
+    });
+  }
+
+  void removeDelivered(const std::vector<std::string>& identifiers) override {
+    if (!session_ || identifiers.empty()) return;
+    auto wanted = [&](const RegistryRow& r) {
+      return std::find(identifiers.begin(), identifiers.end(), r.requestIdentifier) != identifiers.end();
+    };
+    std::vector<RegistryRow> rows;
+    for (auto& r : registry_.rows())
+      if (wanted(r)) rows.push_back(r);
+    auto done = std::make_shared<Semaphore>();
+    withServiceOwner([this, rows, done](const std::string& owner) {
+      // An id from another instance of the service may name someone else's
+      // banner now: only close what the current instance showed.
+      for (const auto& r : rows) {
+        if (r.server != owner) continue;
+        DBusMessage* m = notificationsCall("CloseNotification");
+        dbus_uint32_t id = r.serverID;
+        dbus_message_append_args(m, DBUS_TYPE_UINT32, &id, DBUS_TYPE_INVALID);
+        session_->call(m, [](DBusMessage*, const std::string&, const std::string&) {});
+      }
+      // Replies come back in order: a final round trip means every close
+      // before it has been handled by the service.
+      session_->call(notificationsCall("GetServerInformation"),
+                     [done](DBusMessage*, const std::string&, const std::string&) { done->signal(); });
+    });
+    done->wait(kRemovalPatienceSeconds);
+    if (!registry_.removeIf(wanted)) writeStderr("notify: notification registry busy — withdrawn rows stay listed\n");
+  }
+
+  void getCategories(std::function<void(std::vector<NotificationCategory>)> completion) override {
+    completion(registry_.categories());
+  }
+
+  void setCategories(const std::vector<NotificationCategory>& categories) override {
+    if (!registry_.setCategories(categories))
+      writeStderr("notify: category file busy or unwritable — categories unchanged\n");
+  }
+
+  bool relaunchesProgramOnClick() const override { return false; }
+
+ private:
+  struct Posted {
+    std::string requestIdentifier;
+    std::string server;
+    NotificationContent content;
+    bool customDismiss = false;
+    bool answered = false;
+  };
+
+  // Runs next with the service's capabilities, fetched once (session thread).
+  void withCapabilities(std::function<void(const std::vector<std::string>&)> next) {
+    session_->post([this, next = std::move(next)](DBusConnection*) mutable {
+      if (capabilities_) return next(*capabilities_);
+      session_->call(notificationsCall("GetCapabilities"),
+                     [this, next](DBusMessage* reply, const std::string&, const std::string&) {
+                       std::vector<std::string> caps;
+                       DBusMessageIter it, list;
+                       if (reply && dbus_message_iter_init(reply, &it) &&
+                           dbus_message_iter_get_arg_type(&it) == DBUS_TYPE_ARRAY) {
+                         dbus_message_iter_recurse(&it, &list);
+                         std::string s;
+                         do {
+                           if (dbus_args::readString(&list, s)) caps.push_back(s);
+                         } while (dbus_message_iter_next(&list));
+                       }
+                       capabilities_ = caps;
+                       next(caps);
+                     });
+    });
+  }
+
+  // Runs next with the unique name that owns the service now; nothing runs
+  // when the service is not on the bus (the centre does not answer).
+  void withServiceOwner(std::function<void(const std::string&)> next) {
+    if (!session_) return;
+    DBusMessage* m = busCall("GetNameOwner");
+    const char* name = kNotificationsService;
+    dbus_message_append_args(m, DBUS_TYPE_STRING, &name, DBUS_TYPE_INVALID);
+    session_->call(m, [next](DBusMessage* reply, const std::string&, const std::string&) {
+      DBusMessageIter it;
+      std::string owner;
+      if (reply && dbus_message_iter_init(reply, &it) && dbus_args::readString(&it, owner)) next(owner);
+    });
+  }
+
+  void onNotifyReply(DBusMessage* reply, const std::string& errorName, const std::string& errorMessage,
+                     const std::string& identifier, const NotificationContent& content, bool customDismiss,
+                     const std::function<void(std::optional<Error>)>& completion) {
+    uint32_t serverID = 0;
+    DBusMessageIter it;
+    if (!reply || !dbus_message_iter_init(reply, &it) || !dbus_args::readUint32(&it, serverID)) {
+      std::string text = errorMessage.empty() ? (errorName.empty() ? "no notification id" : errorName) : errorMessage;
+      completion(Error{errorName.empty() ? kNotificationsService : errorName, -1, text});
+      return;
+    }
+    std::string server = dbus_message_get_sender(reply) ? dbus_message_get_sender(reply) : "";
+    posted_[serverID] = Posted{identifier, server, content, customDismiss, false};
+    RegistryRow row{identifier, server, serverID, content, wallSeconds()};
+    // The row is on disk before the add completes, so a delivered query
+    // right after the add already lists it.
+    dispatchGlobal([this, row, completion] {
+      if (!registry_.add(row)) writeStderr("notify: notification registry busy — this banner is not listed\n");
+      completion(std::nullopt);
+    });
+  }
+
+  void onSignal(DBusMessage* m) {
+    const char* member = dbus_message_get_member(m);
+    std::string sender = dbus_message_get_sender(m) ? dbus_message_get_sender(m) : "";
+    DBusMessageIter it;
+    uint32_t id = 0;
+    if (!member || !dbus_message_iter_init(m, &it) || !dbus_args::readUint32(&it, id)) return;
+    dbus_message_iter_next(&it);
+    auto posted = posted_.find(id);
+    if (posted != posted_.end() && posted->second.server != sender) posted = posted_.end();
+
+    if (std::string(member) == "ActionInvoked") {
+      std::string key;
+      if (!dbus_args::readString(&it, key) || posted == posted_.end() || posted->second.answered) return;
+      posted->second.answered = true;
+      deliver({posted->second.requestIdentifier, key == kDefaultActionKey ? kDefaultActionIdentifier : key,
+               posted->second.content});
+    } else if (std::string(member) == "NotificationClosed") {
+      uint32_t reason = 0;
+      dbus_args::readUint32(&it, reason);
+      if (posted != posted_.end()) {
+        if (reason == kClosedByUser && posted->second.customDismiss && !posted->second.answered)
+          deliver({posted->second.requestIdentifier, kDismissActionIdentifier, posted->second.content});
+        posted_.erase(posted);
+      }
+      // Any process of ours that sees a banner close keeps the registry
+      // true, whoever posted it.
+      dispatchGlobal([this, sender, id] {
+        registry_.removeIf([&](const RegistryRow& r) { return r.server == sender && r.serverID == id; });
+      });
+    }
+  }
+
+  void deliver(const NotificationResponse& response) {
+    NotificationDelegate* delegate;
+    {
+      std::lock_guard lock(mutex_);
+      delegate = delegate_;
+    }
+    if (delegate) delegate->didReceive(response, [] {});
+  }
+
+  DBusSession* session_;
+  NotificationRegistry registry_;
+  std::mutex mutex_;
+  NotificationDelegate* delegate_ = nullptr;
+  // Session thread only.
+  std::map<uint32_t, Posted> posted_;
+  std::optional<std::vector<std::string>> capabilities_;
+};
+
+}  // namespace
+
+std::unique_ptr<NotificationCenter> makeDBusNotificationCenter() {
+  return std::make_unique<DBusNotificationCenter>();
+}
+
+}  // namespace ac::platform::linux_backend
