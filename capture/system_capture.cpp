@@ -9,7 +9,31 @@
 #include "support/error.h"
 #include "support/log.h"
 
+#if defined(__SANITIZE_ADDRESS__)
+#define AC_HAS_LSAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define AC_HAS_LSAN 1
+#endif
+#endif
+#ifdef AC_HAS_LSAN
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace ac::capture {
+
+namespace {
+// The scratch list is leaked on purpose when a callback may still use it;
+// the leak checker is told so.
+void leakDeliberately(platform::OwnedBufferList* list) {
+#ifdef AC_HAS_LSAN
+  __lsan_ignore_object(list);
+  __lsan_ignore_object(list->get());
+#else
+  (void)list;
+#endif
+}
+}  // namespace
 
 using std::to_string;
 
@@ -131,7 +155,7 @@ void SystemCapture::teardown() {
   if (s.tapScratch && !quiesced) {
     // A callback that may still run could be copying descriptors into it.
     log("teardown: leaking the tap scratch buffer list \u2014 the IOProc could not be proven quiesced");
-    (void)s.tapScratch.release();
+    leakDeliberately(s.tapScratch.release());
   }
   s.tapScratch.reset();
 }

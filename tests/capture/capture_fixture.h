@@ -1,0 +1,120 @@
+// Shared pieces of the capture tests: captured log lines, a recording sink
+// and a system chain on simulated hardware.
+#pragma once
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "capture/system_capture.h"
+#include "simulated/sim_audio_hardware.h"
+#include "support/log.h"
+
+namespace ac::capture::testing {
+
+using platform::AudioObjectID;
+
+// Collects log lines (without their time stamp) through the log file
+// descriptor for as long as it lives.
+class LogCapture {
+ public:
+  LogCapture() : file_(std::tmpfile()), previous_(logFileDescriptor()) { setLogFileDescriptor(fileno(file_)); }
+  ~LogCapture() {
+    setLogFileDescriptor(previous_);
+    std::fclose(file_);
+  }
+  std::vector<std::string> lines() const {
+    std::vector<std::string> out;
+    std::string text;
+    char buf[4096];
+    for (off_t at = 0;;) {
+      ssize_t n = ::pread(fileno(file_), buf, sizeof buf, at);
+      if (n <= 0) break;
+      text.append(buf, size_t(n));
+      at += n;
+    }
+    size_t start = 0;
+    for (size_t nl; (nl = text.find('\n', start)) != std::string::npos; start = nl + 1) {
+      std::string line = text.substr(start, nl - start);
+      size_t close = line.find("] ");
+      out.push_back(close == std::string::npos ? line : line.substr(close + 2));
+    }
+    return out;
+  }
+  bool has(const std::string& line) const { return count(line) > 0; }
+  size_t count(const std::string& line) const {
+    auto all = lines();
+    return size_t(std::count(all.begin(), all.end(), line));
+  }
+  // Lines starting with prefix.
+  std::vector<std::string> matching(const std::string& prefix) const {
+    std::vector<std::string> out;
+    for (auto& l : lines())
+      if (l.rfind(prefix, 0) == 0) out.push_back(l);
+    return out;
+  }
+
+ private:
+  FILE* file_;
+  int previous_;
+};
+
+struct RecordingSink : SystemSampleSink {
+  bool hasInput = true;
+  mutable std::mutex mutex;
+  std::vector<platform::SampleBuffer> samples;
+  std::vector<std::pair<std::string, std::string>> notices;
+
+  bool hasSystemInput() const override { return hasInput; }
+  void enqueueSystemSample(platform::MediaTime, platform::SampleBuffer&& sample) override {
+    std::lock_guard lock(mutex);
+    samples.push_back(std::move(sample));
+  }
+  void notifyAppendFailureOnceOnSystemQueue(std::string reason, std::string advice) override {
+    std::lock_guard lock(mutex);
+    notices.emplace_back(std::move(reason), std::move(advice));
+  }
+};
+
+// Speakers (no inputs) as default output, a headset with one mono input and
+// a USB interface with two stereo inputs; the chain is not set up yet.
+struct Rig {
+  sim::SimAudioHardware hw;
+  RecordingSink sink;
+  std::vector<std::string> posted;  // titles
+  std::mutex postedMutex;
+  AudioObjectID speakers = hw.addDevice({"spk", "Speakers", 0, 1, {}});
+  AudioObjectID headset = hw.addDevice({"hs", "Headset", 0, 1, {1}});
+  AudioObjectID usb = hw.addDevice({"usb", "USB Interface", 0, 1, {2, 2}});
+  SystemCapture capture{hw, sink, [this](const std::string& title, const std::string&, const std::string&) {
+                          std::lock_guard lock(postedMutex);
+                          posted.push_back(title);
+                        }};
+
+  Rig() { hw.setDefaultOutput(speakers); }
+  void run() {
+    capture.setup();
+    capture.start();
+    capture.installListeners();
+  }
+  size_t postedCount() {
+    std::lock_guard lock(postedMutex);
+    return posted.size();
+  }
+};
+
+// One interleaved buffer of `frames` stereo float frames, every sample `v`.
+struct StereoBuffer {
+  std::vector<float> samples;
+  platform::AudioBufferList list{};
+  StereoBuffer(size_t frames, float v) : samples(frames * 2, v) {
+    list.numberBuffers = 1;
+    list.buffers[0] = {2, uint32_t(samples.size() * sizeof(float)), samples.data()};
+  }
+};
+
+}  // namespace ac::capture::testing

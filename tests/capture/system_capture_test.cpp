@@ -1,0 +1,116 @@
+#include "capture/system_capture.h"
+
+#include <gtest/gtest.h>
+
+#include "capture_fixture.h"
+#include "support/error.h"
+
+namespace ac::capture {
+namespace {
+
+using platform::AudioObjectID;
+
+using testing::LogCapture;
+using testing::Rig;
+
+TEST(SystemCapture, RecordsTheTapBehindAHeadsetInputEndToEnd) {
+  LogCapture logs;
+  Rig rig;
+  rig.hw.setDefaultOutput(rig.headset);
+  rig.run();
+  auto agg = rig.hw.liveAggregates();
+  ASSERT_EQ(agg.size(), 1u);
+  EXPECT_TRUE(logs.has("aggregate created id=" + std::to_string(agg[0])));
+  EXPECT_TRUE(logs.has("sys topology: reason=setup sr=48000.0\u219248000.0 ch=2 bpf=8 changed=false aggBufs=2 "
+                       "aggCh=[1,2] subBufs=1 tapBuf=1 tapBufCount=1 select=probe"));
+  EXPECT_TRUE(logs.has("system IOProc started"));
+  EXPECT_TRUE(logs.has("default-output listener installed"));
+  EXPECT_TRUE(logs.has("tap-format listener installed"));
+
+  auto proc = rig.hw.latestIOProc();
+  ASSERT_TRUE(proc && proc->running());
+  EXPECT_EQ(proc->queueLabel(), "audio-capture.ioproc");
+  std::vector<float> mic(8, 0.9f), tap(16, 0.25f);
+  std::vector<uint8_t> storage(platform::audioBufferListBytes(2));
+  auto* list = reinterpret_cast<platform::AudioBufferList*>(storage.data());
+  list->numberBuffers = 2;
+  list->buffers[0] = {1, 32, mic.data()};
+  list->buffers[1] = {2, 64, tap.data()};
+  proc->deliver(*list, 5000);
+  ASSERT_EQ(rig.sink.samples.size(), 1u);
+  EXPECT_EQ(rig.sink.samples[0].buffers.size(), 1u);
+  EXPECT_EQ(rig.sink.samples[0].numSamples, 8);
+
+  SystemCaptureStats stats = rig.capture.stats();
+  EXPECT_EQ(stats.ioProcCalls, 1);
+  EXPECT_EQ(stats.tapBufferIndex, 1);
+  EXPECT_EQ(stats.tapBufferCount, 1);
+  EXPECT_EQ(stats.maxSampleAbs, 0.25f);  // the mic's samples are not the tap's
+
+  rig.capture.removeListeners();
+  rig.capture.markStopped([] {});
+  rig.capture.teardown();
+  EXPECT_EQ(logs.matching("teardown: "),
+            (std::vector<std::string>{"teardown: stopping sys device", "teardown: destroying ioproc",
+                                      "teardown: destroying aggregate", "teardown: destroying tap"}));
+  EXPECT_TRUE(rig.hw.liveTaps().empty());
+  EXPECT_TRUE(rig.hw.liveAggregates().empty());
+  EXPECT_TRUE(proc->destroyed());
+  EXPECT_EQ(rig.hw.listenerCount(platform::ListenedProperty::defaultOutputDevice), 0u);
+}
+
+TEST(SystemCapture, SetupFailuresLeaveNothingBehind) {
+  struct Case {
+    const char* call;
+    std::string error;
+  } cases[] = {{"DeviceUID", "default output device UID failed"},
+               {"AudioHardwareCreateAggregateDevice", "AudioHardwareCreateAggregateDevice failed"}};
+  for (const auto& c : cases) {
+    Rig rig;
+    rig.hw.failNext(c.call, -5);
+    try {
+      rig.capture.setup();
+      ADD_FAILURE() << c.call;
+    } catch (const CaptureError& e) {
+      EXPECT_EQ(e.what(), c.error);
+      EXPECT_EQ(e.code(), -5);
+    }
+    EXPECT_TRUE(rig.hw.liveTaps().empty()) << c.call;
+  }
+}
+
+TEST(SystemCapture, FailedStartKeepsTheProcForTeardown) {
+  Rig rig;
+  rig.capture.setup();
+  rig.hw.failNext("AudioDeviceStart", -6);
+  EXPECT_THROW(rig.capture.start(), CaptureError);
+  auto proc = rig.hw.latestIOProc();
+  rig.capture.teardown();
+  EXPECT_TRUE(proc->destroyed());
+}
+
+TEST(SystemCapture, ScratchListIsLeakedOnlyWhenTheIOProcCannotBeProvenQuiesced) {
+  struct Case {
+    platform::OSStatus stop, destroy;
+    bool leaked;
+  } cases[] = {{0, 0, false}, {-1, 0, false}, {0, -2, false}, {-1, -2, true}};
+  for (const auto& c : cases) {
+    LogCapture logs;
+    Rig rig;
+    rig.run();
+    if (c.stop) rig.hw.failNext("AudioDeviceStop", c.stop);
+    if (c.destroy) rig.hw.failNext("AudioDeviceDestroyIOProcID", c.destroy);
+    rig.capture.teardown();
+    const std::string leak =
+        "teardown: leaking the tap scratch buffer list \u2014 the IOProc could not be proven quiesced";
+    EXPECT_EQ(logs.has(leak), c.leaked) << c.stop << "/" << c.destroy;
+    EXPECT_EQ(logs.has("teardown: AudioDeviceStop=-1 AudioDeviceDestroyIOProcID=-2 \u2014 cannot prove the system "
+                       "IOProc is quiesced"),
+              c.leaked);
+    EXPECT_TRUE(rig.hw.liveAggregates().empty());  // destroyed whatever the IOProc did
+    EXPECT_TRUE(rig.hw.liveTaps().empty());
+  }
+}
+
+}  // namespace
+}  // namespace ac::capture

@@ -1,0 +1,201 @@
+#include "capture/system_ioproc.h"
+
+#include <gtest/gtest.h>
+
+#include "capture_fixture.h"
+
+namespace ac::capture {
+namespace {
+
+using platform::AudioObjectID;
+
+using testing::LogCapture;
+using testing::StereoBuffer;
+
+// A chain state fed straight to the callback, with a stored selection of
+// (index, count) measured against `probed` buffers.
+struct IOProcRig {
+  sim::SimAudioHardware hw;
+  testing::RecordingSink sink;
+  SystemCapture::State state{hw, sink, nullptr};
+  LogCapture logs;
+
+  explicit IOProcRig(platform::StreamFormat format = platform::floatPCMFormat(48000, 2)) {
+    state.systemFormat = format;
+    select(0, 1, -1);
+  }
+  void select(int64_t index, int64_t count, int64_t probed) {
+    state.tapBufferIndex = index;
+    state.tapBufferCount = count;
+    state.tapProbedBufferCount = probed;
+  }
+  void call(const platform::AudioBufferList& list, uint64_t hostTime = 1000) {
+    platform::AudioTimeStamp t;
+    t.hostTime = hostTime;
+    handleSystemBuffer(state, &list, &t);
+  }
+  size_t samples() {
+    std::lock_guard lock(sink.mutex);
+    return sink.samples.size();
+  }
+};
+
+// Buffers with the given channel counts, 8 frames of float each.
+struct Buffers {
+  std::vector<std::vector<float>> data;
+  std::vector<uint8_t> storage;
+  platform::AudioBufferList* list;
+  explicit Buffers(std::vector<uint32_t> channels) : storage(platform::audioBufferListBytes(channels.size())) {
+    list = reinterpret_cast<platform::AudioBufferList*>(storage.data());
+    list->numberBuffers = uint32_t(channels.size());
+    for (size_t i = 0; i < channels.size(); ++i) {
+      data.emplace_back(8 * channels[i], float(i + 1) / 100);
+      list->buffers[i] = {channels[i], uint32_t(data[i].size() * 4), data[i].data()};
+    }
+  }
+};
+
+TEST(SystemIOProc, UnprobedInterleavedStereoIsTakenWholeWithOneLine) {
+  IOProcRig rig;
+  StereoBuffer buf(8, 0.5f);
+  rig.call(buf.list);
+  EXPECT_EQ(rig.samples(), 1u);
+  EXPECT_EQ(rig.logs.matching("tap buffer range"),
+            std::vector<std::string>{"tap buffer range 0+1 (probed against -1) unusable against an ABL of 1 buffers "
+                                     "(2 ch total, tap wants 2) \u2014 the whole list verifies as the tap, taking it "
+                                     "(n=1)"});
+  EXPECT_TRUE(rig.logs.has("sys tick: bufs=1 tapbuf=0 bytes=64 bpf=8 frames=8 maxSampleAbs=0.5"));
+  EXPECT_EQ(rig.state.maxSampleAbs.load(), 0.5f);
+}
+
+TEST(SystemIOProc, ThirtyTwoChannelNonInterleavedTapNeedsNoScratch) {
+  IOProcRig rig(platform::floatPCMFormat(48000, 32, false));
+  Buffers bufs(std::vector<uint32_t>(32, 1));
+  rig.call(*bufs.list);
+  ASSERT_EQ(rig.samples(), 1u);
+  EXPECT_EQ(rig.sink.samples[0].buffers.size(), 32u);
+  EXPECT_EQ(rig.sink.samples[0].numSamples, 8);
+  EXPECT_EQ(rig.state.tapScratch, nullptr);
+}
+
+TEST(SystemIOProc, TenthConsecutiveDropAsksForOneNotice) {
+  IOProcRig rig;
+  rig.select(1, 1, 2);
+  Buffers changed({2, 2, 2});  // a third stream appeared since the probe
+  for (int i = 0; i < 9; ++i) rig.call(*changed.list);
+  EXPECT_TRUE(rig.sink.notices.empty());
+  StereoBuffer good(8, 0.1f);
+  rig.select(0, 1, 1);
+  rig.call(good.list);  // resets the streak
+  rig.select(1, 1, 2);
+  for (int i = 0; i < 9; ++i) rig.call(*changed.list);
+  EXPECT_TRUE(rig.sink.notices.empty());
+  for (int i = 0; i < 5; ++i) rig.call(*changed.list);
+  ASSERT_EQ(rig.sink.notices.size(), 1u);
+  EXPECT_EQ(rig.sink.notices[0].first, "System audio not captured");
+  EXPECT_EQ(rig.sink.notices[0].second,
+            "Some system audio may be missing from this recording. Stop and restart if you need it.");
+  EXPECT_EQ(rig.state.dataFailures.load(), 23);
+  EXPECT_TRUE(rig.logs.has("tap buffer range 1+1 (probed against 2) unusable against an ABL of 3 buffers (6 ch "
+                           "total, tap wants 2) \u2014 cannot identify the tap, dropping the callback (n=1)"));
+}
+
+TEST(SystemIOProc, SubRangeGoesThroughTheScratchListOrIsDropped) {
+  IOProcRig rig;
+  rig.select(1, 1, 2);
+  Buffers bufs({1, 2});
+  rig.call(*bufs.list);
+  EXPECT_EQ(rig.samples(), 0u);
+  EXPECT_EQ(rig.state.dataFailures.load(), 1);
+  EXPECT_EQ(rig.state.dataFailureStreak.load(), 0);
+  EXPECT_TRUE(rig.logs.has("tap buffer selection 1+1 has no scratch list (capacity 0) \u2014 dropping the callback "
+                           "rather than passing the whole ABL (n=1)"));
+
+  ASSERT_TRUE(ensureTapScratch(rig.state, 2, 1));
+  EXPECT_EQ(rig.state.tapScratchCapacity(), 2);
+  rig.call(*bufs.list);
+  ASSERT_EQ(rig.samples(), 1u);
+  const auto& sample = rig.sink.samples[0];
+  ASSERT_EQ(sample.buffers.size(), 1u);
+  EXPECT_EQ(sample.bufferChannels[0], 2u);
+  EXPECT_EQ(sample.buffers[0].size(), 64u);  // only the tap's bytes
+}
+
+TEST(SystemIOProc, ShortFirstBufferIsDroppedSilently) {
+  IOProcRig rig;
+  StereoBuffer good(8, 0.1f);
+  rig.call(good.list);  // the first call carries the periodic tick
+  size_t linesBefore = rig.logs.lines().size();
+  StereoBuffer shortBuf(1, 0.1f);
+  shortBuf.list.buffers[0].dataByteSize = 4;  // half a frame
+  rig.select(0, 1, 1);
+  rig.call(shortBuf.list);
+  EXPECT_EQ(rig.samples(), 1u);
+  EXPECT_EQ(rig.logs.lines().size(), linesBefore);
+  EXPECT_EQ(rig.state.dataFailures.load(), 0);
+}
+
+TEST(SystemIOProc, AttachFailureCountsAndLogs) {
+  IOProcRig rig;
+  rig.select(0, 1, 1);
+  StereoBuffer bad(8, 0.1f);
+  bad.list.buffers[0].data = nullptr;
+  rig.call(bad.list);
+  EXPECT_EQ(rig.samples(), 0u);
+  EXPECT_EQ(rig.state.dataFailureStreak.load(), 1);
+  EXPECT_TRUE(rig.logs.has("CMSampleBufferSetDataBufferFromAudioBufferList failed: -12731 sysDataFail=1 bufs=1 "
+                           "tapbuf=0/1 bytes=64 frames=8"));
+}
+
+TEST(SystemIOProc, StampsHostTimeInNanoseconds) {
+  IOProcRig rig;
+  rig.state.timebaseNumer = 125;
+  rig.state.timebaseDenom = 3;
+  rig.select(0, 1, 1);
+  StereoBuffer buf(480, 0.1f);
+  rig.call(buf.list, 3'000'000);
+  ASSERT_EQ(rig.samples(), 1u);
+  const auto& t = rig.sink.samples[0].timing.at(0);
+  EXPECT_EQ(t.presentationTime, platform::MediaTime::make(125'000'000, 1'000'000'000));
+  EXPECT_EQ(t.duration, platform::MediaTime::make(1, 48000));
+  EXPECT_FALSE(t.decodeTime.valid);
+  EXPECT_EQ(rig.sink.samples[0].numSamples, 480);
+
+  EXPECT_DEATH(hostTimeToNanos(UINT64_MAX, 2, 1), "");
+  EXPECT_DEATH(hostTimeToNanos(1, 1, 0), "");
+  EXPECT_DEATH(hostTimeToNanos(UINT64_MAX, 1, 1), "");
+}
+
+TEST(SystemIOProc, NoWriterInputOnlyCounts) {
+  IOProcRig rig;
+  rig.sink.hasInput = false;
+  StereoBuffer buf(8, 0.1f);
+  rig.call(buf.list);
+  EXPECT_EQ(rig.state.ioProcCalls.load(), 1);
+  EXPECT_EQ(rig.samples(), 0u);
+  EXPECT_TRUE(rig.logs.lines().empty());
+}
+
+TEST(TapScratch, SizedBetweenTwoAndTheCap) {
+  IOProcRig rig;
+  struct Case {
+    uint32_t channels;
+    int64_t minimum;
+    int64_t capacity;
+  } cases[] = {{1, 1, 2}, {2, 1, 2}, {8, 3, 8}, {2, 40, 40}, {200, 1, 64}};
+  for (const auto& c : cases) {
+    rig.state.tapScratch.reset();
+    EXPECT_TRUE(ensureTapScratch(rig.state, c.channels, c.minimum));
+    EXPECT_EQ(rig.state.tapScratchCapacity(), c.capacity) << c.channels << "/" << c.minimum;
+  }
+  EXPECT_FALSE(ensureTapScratch(rig.state, 2, 65));
+  EXPECT_TRUE(rig.logs.has("tap scratch: a 65-buffer selection exceeds the 64-buffer cap \u2014 storing no "
+                           "selection; the callback takes the whole list only if it verifies as the tap, else drops"));
+  size_t logged = rig.logs.matching("tap scratch: 64").size();
+  EXPECT_TRUE(ensureTapScratch(rig.state, 2, 3));  // big enough already: kept silently
+  EXPECT_EQ(rig.state.tapScratchCapacity(), 64);
+  EXPECT_EQ(rig.logs.matching("tap scratch: 64").size(), logged);
+}
+
+}  // namespace
+}  // namespace ac::capture
