@@ -1,5 +1,6 @@
 #include "support/log.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -9,6 +10,8 @@
 #include <cstdlib>
 #include <sstream>
 #include <string>
+
+#include "support/paths.h"
 
 namespace ac {
 namespace {
@@ -55,6 +58,16 @@ void emit(std::string_view line) {
 
 void setLogFileDescriptor(int fd) { gLogFD.store(fd, std::memory_order_release); }
 int logFileDescriptor() { return gLogFD.load(std::memory_order_acquire); }
+
+bool openLogFile(const std::string& path) {
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
+  if (fd < 0) {
+    log("log file unavailable (" + errnoText(errno) + ") — logging to stderr only: " + path);
+    return false;
+  }
+  setLogFileDescriptor(fd);
+  return true;
+}
 
 void writeStderr(std::string_view text) { writeAll(STDERR_FILENO, text.data(), text.size()); }
 

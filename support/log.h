@@ -25,6 +25,14 @@ void emit(std::string_view line);
 void setLogFileDescriptor(int fd);
 int logFileDescriptor();
 
+// Opens path (already tilde-expanded) as the log file: write-only, created
+// 0644, truncated so each recording starts a fresh log, in append mode so
+// lines from different threads never overwrite each other. On failure logs
+// "log file unavailable (<error>) — logging to stderr only: <path>" and
+// returns false; later lines reach standard error only. The descriptor stays
+// open for the life of the process.
+bool openLogFile(const std::string& path);
+
 // "2026-03-05T14:07:09Z" for the given time.
 std::string iso8601UTC(std::time_t t);
 
