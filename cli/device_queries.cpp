@@ -5,6 +5,7 @@
 #include <unicode/unistr.h>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 
 #include "support/error.h"
@@ -40,11 +41,24 @@ std::string defaultOutputDeviceName(platform::AudioHardware& hw) {
   return deviceName(hw, defaultOutputDeviceID(hw));
 }
 
+namespace {
+
+// The C and POSIX locales (the default of many Linux sessions) map to
+// en_US_POSIX, whose collation is code-point order ("B" before "a"): not an
+// order a person would expect, so they fall back to the root collation.
+icu::Locale collationLocale() {
+  icu::Locale locale = icu::Locale::getDefault();
+  if (std::strcmp(locale.getVariant(), "POSIX") == 0) return icu::Locale::getRoot();
+  return locale;
+}
+
+}  // namespace
+
 void sortDeviceNames(std::vector<std::string>& names) {
   // Case-insensitive, locale-aware: secondary strength ignores case but keeps
   // accents; the stable sort keeps device order among equal names.
   UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<icu::Collator> coll(icu::Collator::createInstance(icu::Locale::getDefault(), status));
+  std::unique_ptr<icu::Collator> coll(icu::Collator::createInstance(collationLocale(), status));
   if (U_FAILURE(status) || !coll) {
     std::stable_sort(names.begin(), names.end());
     return;
@@ -75,6 +89,32 @@ std::vector<std::string> listOutputDeviceNames(platform::AudioHardware& hw) {
   }
   sortDeviceNames(names);
   return names;
+}
+
+namespace {
+
+std::string failureLine(const char* prefix, const CaptureError& e) {
+  return std::string(prefix) + e.what() + " (status " + std::to_string(e.code()) + ")\n";
+}
+
+}  // namespace
+
+DeviceQueryOutcome currentOutputQuery(platform::AudioHardware& hw) {
+  try {
+    return {defaultOutputDeviceName(hw) + "\n", "", 0};
+  } catch (const CaptureError& e) {
+    return {"", failureLine("current-output lookup failed: ", e), 1};
+  }
+}
+
+DeviceQueryOutcome listOutputsQuery(platform::AudioHardware& hw) {
+  try {
+    std::string out;
+    for (const std::string& name : listOutputDeviceNames(hw)) out += name + "\n";
+    return {out, "", 0};
+  } catch (const CaptureError& e) {
+    return {"", failureLine("list-outputs failed: ", e), 1};
+  }
 }
 
 }  // namespace ac

@@ -23,4 +23,16 @@ std::vector<std::string> listOutputDeviceNames(platform::AudioHardware& hw);
 // The sort used by listOutputDeviceNames, exposed for tests.
 void sortDeviceNames(std::vector<std::string>& names);
 
+// What a device-query mode prints and its exit status: the answer on
+// standard output (0), or one failure line on standard error (1). The
+// failure line carries the platform status so an unreachable or missing
+// backend can be told apart.
+struct DeviceQueryOutcome {
+  std::string out;
+  std::string err;
+  int exitStatus = 0;
+};
+DeviceQueryOutcome currentOutputQuery(platform::AudioHardware& hw);
+DeviceQueryOutcome listOutputsQuery(platform::AudioHardware& hw);
+
 }  // namespace ac
