@@ -1,7 +1,47 @@
-// Placeholder entry until mode dispatch lands.
-#include <cstdio>
+// The executable's entry: one mode per launch, chosen from the arguments
+// before anything is opened.
+#include <string>
+#include <vector>
 
-int main() {
-  std::fputs("audio-capture: not built yet\n", stderr);
-  return 1;
+#include "cli/mode_selection.h"
+#include "main/modes.h"
+#include "notify/notify_modes.h"
+#include "platform/platform.h"
+
+int main(int argc, char** argv) {
+  using namespace ac;
+  std::vector<std::string> args(argv + 1, argv + argc);
+
+  // Lives until the process exits; seams connect to their services lazily,
+  // so modes that never touch audio never reach for the sound server.
+  platform::setCurrent(platform::makePlatform().release());
+
+  const Mode mode = selectMode(args);
+  const std::vector<std::string> rest(args.empty() ? args.end() : args.begin() + 1, args.end());
+  switch (mode) {
+    case Mode::currentOutput:
+    case Mode::listOutputs:
+      entry::runDeviceQuery(mode);
+    case Mode::captureActive:
+      entry::runCaptureActive(rest);
+    case Mode::selftestTopology:
+    case Mode::selftestLevel:
+    case Mode::selftestArmed:
+    case Mode::selftestMicFormat:
+    case Mode::selftestNotifyRouting:
+      entry::runSelftest(mode);
+    case Mode::requestNotifAuth:
+      notify::runRequestNotifAuth();
+    case Mode::notifAuthStatus:
+      notify::runNotifAuthStatus();
+    case Mode::notify:
+      entry::runNotifyMode(rest);
+    case Mode::withdrawMeetingPrompt:
+      entry::runWithdrawMode(rest);
+    case Mode::coldRoute:
+      notify::runNotifyColdRoute();
+    case Mode::record:
+      break;
+  }
+  entry::runRecordingMode(args);
 }

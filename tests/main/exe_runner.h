@@ -1,0 +1,48 @@
+// Runs the built audio-capture in a scratch directory and captures what it
+// says: standard output, standard error and how it ended.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ac::test {
+
+struct ExeResult {
+  int pid = -1;
+  bool exited = false;  // false: killed by a signal or timed out
+  int status = -1;      // exit status, or the signal number
+  std::string out, err;
+  // Standard error with every line's "[<timestamp>] " prefix removed.
+  std::string errLines() const;
+};
+
+class Scratch {
+ public:
+  Scratch();
+  ~Scratch();
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  const std::string& dir() const { return dir_; }
+  std::string path(const std::string& name) const { return dir_ + "/" + name; }
+  std::string read(const std::string& name) const;
+  bool exists(const std::string& name) const;
+
+ private:
+  std::string dir_;
+};
+
+// Environment changes for one run: a value sets the variable, nullopt
+// removes it. HOME always points into the scratch directory.
+using EnvChanges = std::map<std::string, std::optional<std::string>>;
+
+// Waits at most timeoutSeconds, then SIGTERM, then SIGKILL.
+ExeResult runExe(const Scratch& scratch, const std::vector<std::string>& args, const EnvChanges& env = {},
+                 double timeoutSeconds = 30);
+
+// A helper program (absolute path), same capture.
+ExeResult runTool(const Scratch& scratch, const std::string& tool, const std::vector<std::string>& args,
+                  double timeoutSeconds = 30);
+
+}  // namespace ac::test
