@@ -240,23 +240,26 @@ void SimMicCapture::failStartsOfNewSessions(int count) {
   failStartsOfNewSessions_ = count;
 }
 
-void SimMicCapture::runOnQueues(const std::vector<std::pair<::ac::SerialQueue*, std::function<void()>>>& calls) {
+void SimMicCapture::runOnQueues(const std::vector<std::pair<::ac::SerialQueue*, std::function<void()>>>& calls,
+                                bool wait) {
   for (const auto& [queue, call] : calls) {
-    if (queue)
+    if (queue && !wait)
+      queue->async(call);
+    else if (queue)
       queue->sync(call);
     else
       call();
   }
 }
 
-void SimMicCapture::postDeviceDisconnected(std::shared_ptr<CaptureDevice> device) {
+void SimMicCapture::postDeviceDisconnected(std::shared_ptr<CaptureDevice> device, bool wait) {
   std::vector<std::pair<::ac::SerialQueue*, std::function<void()>>> calls;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     for (const auto& [token, o] : observers_)
       if (o.onDisconnect) calls.emplace_back(o.queue, [h = o.onDisconnect, device] { h(device); });
   }
-  runOnQueues(calls);
+  runOnQueues(calls, wait);
 }
 
 void SimMicCapture::postRuntimeError(const std::shared_ptr<platform::CaptureSession>& session,
@@ -267,7 +270,7 @@ void SimMicCapture::postRuntimeError(const std::shared_ptr<platform::CaptureSess
     for (const auto& [token, o] : observers_)
       if (o.onError && o.session == session) calls.emplace_back(o.queue, [h = o.onError, error] { h(error); });
   }
-  runOnQueues(calls);
+  runOnQueues(calls, true);
 }
 
 std::shared_ptr<SimCaptureSession> SimMicCapture::lastSession() const {

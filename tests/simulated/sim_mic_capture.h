@@ -139,8 +139,9 @@ class SimMicCapture final : public platform::MicCapture {
   // Sessions made from now on fail this many startRunning calls.
   void failStartsOfNewSessions(int count);
 
-  // Posts to every matching observer and waits until the handlers ran.
-  void postDeviceDisconnected(std::shared_ptr<platform::CaptureDevice> device);
+  // Posts to every matching observer and (unless told not to) waits until
+  // the handlers ran.
+  void postDeviceDisconnected(std::shared_ptr<platform::CaptureDevice> device, bool wait = true);
   void postRuntimeError(const std::shared_ptr<platform::CaptureSession>& session, std::optional<Error> error);
 
   // --- records ---
@@ -173,8 +174,8 @@ class SimMicCapture final : public platform::MicCapture {
     std::shared_ptr<platform::CaptureSession> session;  // runtime-error observers only
     std::function<void(std::optional<Error>)> onError;
   };
-  // Runs each call on its observer's queue (inline when none), then waits.
-  static void runOnQueues(const std::vector<std::pair<::ac::SerialQueue*, std::function<void()>>>& calls);
+  // Runs each call on its observer's queue (inline when none).
+  static void runOnQueues(const std::vector<std::pair<::ac::SerialQueue*, std::function<void()>>>& calls, bool wait);
 
   mutable std::mutex mutex_;
   std::map<std::string, std::shared_ptr<SimCaptureDevice>> devices_;

@@ -1,0 +1,102 @@
+// The armed launch's watch on the bound input, and discarding an unused
+// recording.
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+#include "recorder_harness.h"
+
+namespace ac::test {
+namespace {
+
+class ArmedWatchTest : public RecorderTest {
+ protected:
+  std::function<void(const std::string&)> recordReasons() {
+    return [this](const std::string& reason) {
+      std::lock_guard<std::mutex> lock(mutex_);
+      reasons_.push_back(reason);
+    };
+  }
+  std::vector<std::string> reasons() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return reasons_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::string> reasons_;
+};
+
+using platform::ListenedProperty;
+
+TEST_F(ArmedWatchTest, FollowingTheDefaultAnyDefaultChangeReleases) {
+  make(false, true).setup();
+  ASSERT_TRUE(rec->installArmedInputWatch(recordReasons()));
+  EXPECT_TRUE(logs.has("armed: default-input listener installed"));
+  EXPECT_EQ(rec->armedDeviceStaleReason(), std::nullopt);
+  p.hw.setDefaultInput(p.hw.addDevice({"other", std::string("Other"), 0, 0, {1}}));
+  ASSERT_TRUE(p.hw.waitForListeners());
+  EXPECT_EQ(reasons(), (std::vector<std::string>{"input-device-changed"}));
+
+  rec->removeArmedInputWatch();
+  rec->removeArmedInputWatch();  // safe twice
+  EXPECT_EQ(p.hw.listenerCount(ListenedProperty::defaultInputDevice), 0u);
+  EXPECT_EQ(p.micSim.observerCount(), 0u);
+}
+
+TEST_F(ArmedWatchTest, PinnedWatchesOnlyItsOwnDevice) {
+  p.micSim.addDevice("pinned", "Desk Mic");
+  make(false, true, "pinned").setup();
+  ASSERT_TRUE(rec->installArmedInputWatch(recordReasons()));
+  EXPECT_EQ(p.hw.listenerCount(ListenedProperty::defaultInputDevice), 0u);
+  p.micSim.setDefaultDevice(std::nullopt);  // a pinned recorder does not care
+  EXPECT_EQ(rec->armedDeviceStaleReason(), std::nullopt);
+  p.micSim.disconnect("builtin");
+  EXPECT_TRUE(reasons().empty());
+  p.micSim.disconnect("pinned");
+  EXPECT_EQ(reasons(), (std::vector<std::string>{"device-disconnected"}));
+  EXPECT_EQ(rec->armedDeviceStaleReason(), "device-disconnected");
+}
+
+TEST_F(ArmedWatchTest, ADeviceThatWentStaleBeforeTheWatchReleasesAtOnce) {
+  make(false, true).setup();
+  p.micSim.addDevice("usb", "USB Mic");
+  p.micSim.setDefaultDevice("usb");
+  ASSERT_TRUE(rec->installArmedInputWatch(recordReasons()));
+  EXPECT_TRUE(logs.has("armed: bound input Built-in Mic invalid after setup (input-device-changed)"));
+  EXPECT_EQ(reasons(), (std::vector<std::string>{"input-device-changed"}));
+}
+
+TEST_F(ArmedWatchTest, AListenerThatCannotBeInstalledRefusesToArmBlind) {
+  make(false, true).setup();
+  p.hw.failNext("AudioObjectAddPropertyListenerBlock", -1);
+  EXPECT_FALSE(rec->installArmedInputWatch(recordReasons()));
+  EXPECT_TRUE(logs.has("armed: default-input listener NOT installed — releasing rather than arming blind"));
+  make(true, false).setup();  // nothing to watch without a microphone
+  EXPECT_TRUE(rec->installArmedInputWatch(recordReasons()));
+}
+
+TEST_F(ArmedWatchTest, DiscardCancelsTheWriterAndRemovesTheOutput) {
+  make(false, true).setup();
+  ASSERT_TRUE(rec->installArmedInputWatch(recordReasons()));
+  std::ofstream(path) << "header";
+  rec->discardArmed();
+  EXPECT_TRUE(writer()->cancelled());
+  EXPECT_TRUE(writer()->released());
+  EXPECT_FALSE(std::filesystem::exists(path));
+  EXPECT_EQ(p.micSim.observerCount(), 0u);
+  rec->discardArmed();  // nothing left to remove: silent
+  EXPECT_TRUE(logs.matching("armed: could not remove").empty());
+
+  make(false, true).setup();
+  std::filesystem::create_directory(path);  // unlink refuses a directory
+  rec->discardArmed();
+  EXPECT_EQ(logs.matching("armed: could not remove the unused output " + path + ": ").size(), 1u);
+  std::filesystem::remove(path);
+}
+
+}  // namespace
+}  // namespace ac::test

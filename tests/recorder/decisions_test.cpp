@@ -1,0 +1,136 @@
+// The recorder's pure decisions and texts.
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "platform/asset_writer.h"
+#include "platform/mic_capture.h"
+#include "recorder/failure_notices.h"
+#include "recorder/mic_buffers.h"
+#include "recorder/mic_recovery.h"
+#include "recorder/recording_stats.h"
+#include "simulated/sim_mic_capture.h"
+
+namespace ac {
+namespace {
+
+using platform::kCaptureErrorDomain;
+using platform::kCocoaErrorDomain;
+using platform::kPOSIXErrorDomain;
+
+TEST(AppendFailureReason, DiskFullFromEitherDomainElseTheDescription) {
+  const struct {
+    std::optional<Error> error;
+    const char* title;
+  } cases[] = {{std::nullopt, "Audio write failed"},
+               {Error{kCocoaErrorDomain, 640, "out of space"}, "Disk full"},
+               {Error{kPOSIXErrorDomain, 28, "No space left on device"}, "Disk full"},
+               {Error{kPOSIXErrorDomain, 640, "x"}, "Audio write failed (x)"},
+               {Error{kCocoaErrorDomain, 28, "y"}, "Audio write failed (y)"},
+               {Error{kPOSIXErrorDomain, 5, "Input/output error"}, "Audio write failed (Input/output error)"}};
+  for (const auto& c : cases) EXPECT_EQ(appendFailureReason(c.error), c.title);
+}
+
+TEST(RuntimeErrorIsDeviceLoss, ClassifiesByDomainAndCode) {
+  const struct {
+    std::optional<Error> error;
+    bool loss;
+  } cases[] = {{std::nullopt, true},
+               {Error{"NSOSStatusErrorDomain", -11800, "x"}, true},
+               {Error{kCaptureErrorDomain, -11819, "reset"}, true},
+               {Error{kCaptureErrorDomain, -11817, "x"}, true},
+               {Error{kCaptureErrorDomain, -11815, "x"}, true},
+               {Error{kCaptureErrorDomain, -11814, "x"}, true},
+               {Error{kCaptureErrorDomain, -11808, "x"}, true},
+               {Error{kCaptureErrorDomain, -11800, "unknown"}, false},
+               {Error{kCaptureErrorDomain, -11818, "x"}, false}};
+  for (const auto& c : cases) EXPECT_EQ(runtimeErrorIsDeviceLoss(c.error), c.loss) << (c.error ? c.error->code : 0);
+  EXPECT_TRUE(disconnectConcernsBoundDevice(std::nullopt, std::nullopt));
+  EXPECT_TRUE(disconnectConcernsBoundDevice(std::nullopt, "a"));
+  EXPECT_TRUE(disconnectConcernsBoundDevice("a", "a"));
+  EXPECT_FALSE(disconnectConcernsBoundDevice("b", "a"));
+  EXPECT_FALSE(disconnectConcernsBoundDevice("a", std::nullopt));
+}
+
+platform::SampleBuffer int16Buffer(std::vector<int16_t> samples) {
+  platform::SampleBuffer sb;
+  sb.format.asbd.formatFlags = platform::kAudioFormatFlagIsSignedInteger;
+  sb.buffers.emplace_back(samples.size() * 2);
+  std::memcpy(sb.buffers[0].data(), samples.data(), samples.size() * 2);
+  sb.dataReady = true;
+  return sb;
+}
+
+TEST(MicPeakAmplitude, ReadsTheFirstBufferOnlyAndAtMost1024Samples) {
+  EXPECT_EQ(micPeakAmplitude(int16Buffer({0, -32768, 100})), 1.0f);
+  EXPECT_EQ(micPeakAmplitude(int16Buffer({16384})), 0.5f);
+  EXPECT_EQ(micPeakAmplitude(sim::micSampleBuffer(0, 480, -0.75f)), 0.75f);
+  EXPECT_EQ(micPeakAmplitude(platform::SampleBuffer{}), 0.0f);
+
+  platform::SampleBuffer late = sim::micSampleBuffer(0, 2048, 0.1f);
+  const float loud = 0.9f;
+  std::memcpy(late.buffers[0].data() + 1024 * 4, &loud, 4);  // sample 1025: beyond the meter's window
+  EXPECT_EQ(micPeakAmplitude(late), 0.1f);
+  late.buffers[0].clear();
+  EXPECT_EQ(micPeakAmplitude(late), 0.0f);
+}
+
+TEST(Retime, MovesEveryEntryKeepsDurationsAndRefusesAnInvalidTime) {
+  platform::SampleBuffer sb = sim::micSampleBuffer(5'000'000'000);
+  sb.timing.push_back(sb.timing.front());
+  sb.timing[0].decodeTime = platform::MediaTime::make(7, 1);
+  const auto t = platform::MediaTime::make(42, 1000);
+  auto out = retime(sb, t);
+  ASSERT_TRUE(out);
+  for (const auto& e : out->timing) {
+    EXPECT_EQ(e.presentationTime, t);
+    EXPECT_FALSE(e.decodeTime.valid);
+    EXPECT_EQ(e.duration, platform::MediaTime::make(1, 48000));
+  }
+  EXPECT_FALSE(retime(sb, platform::MediaTime::invalid()));
+}
+
+TEST(MicFormatDiagnostic, DescribesTheStreamAndLayout) {
+  platform::AudioFormatDescription d = sim::micFloatFormat();
+  d.layoutTag = 6553601;
+  d.layoutSize = 12;
+  EXPECT_EQ(micFormatDiagnostic(d), "sr=48000.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=6553601/12");
+  EXPECT_EQ(micFormatDiagnostic(std::nullopt), "unavailable");
+  EXPECT_EQ(micCaptureAudioSettings().formatID, platform::kAudioFormatLinearPCM);
+}
+
+TEST(StatsLine, PrintsEveryFigureInOrder) {
+  RecordingStats s;
+  s.ioProcCalls = 1200;
+  s.sysAppended = 1190;
+  s.sysFail = 2;
+  s.micAppended = 600;
+  s.micFail = 1;
+  s.sysMaxAbs = 0.5f;
+  s.micMaxAbs = 0.25f;
+  s.micEndedEarly = true;
+  s.sysDataFail = 3;
+  s.sysFmtRate = 96000;
+  s.sysFmtCh = 2;
+  s.sysFmtChanges = 1;
+  s.sysAacRate = 48000;
+  s.sysAacClamped = true;
+  s.sysTapBufIndex = 1;
+  s.sysTapBufCount = 2;
+  s.micFmtRate = 48000;
+  s.micFmtCh = 1;
+  s.micFmtChanges = 4;
+  EXPECT_EQ(statsLine(s),
+            "stats: ioproc=1200 sysAppended=1190 sysFail=2 micAppended=600 micFail=1 sysMaxAbs=0.5 micMaxAbs=0.25 "
+            "micEndedEarly=true sysDataFail=3 sysFmtRate=96000.0 sysFmtCh=2 sysFmtChanges=1 sysAacRate=48000.0 "
+            "sysAacClamped=true sysTapBuf=1/2 micFmtRate=48000.0 micFmtCh=1 micFmtChanges=4");
+  EXPECT_EQ(statsLine(RecordingStats{}),
+            "stats: ioproc=0 sysAppended=0 sysFail=0 micAppended=0 micFail=0 sysMaxAbs=0.0 micMaxAbs=0.0 "
+            "micEndedEarly=false sysDataFail=0 sysFmtRate=0.0 sysFmtCh=0 sysFmtChanges=0 sysAacRate=0.0 "
+            "sysAacClamped=false sysTapBuf=0/1 micFmtRate=0.0 micFmtCh=0 micFmtChanges=0");
+  EXPECT_EQ(formatFloat(1.0f), "1.0");
+  EXPECT_EQ(formatFloat(0.1f), "0.1");
+}
+
+}  // namespace
+}  // namespace ac

@@ -1,0 +1,185 @@
+// Shared scaffolding for recorder tests: a platform made of simulated
+// backends, a capture of the log lines, the notices posted, and helpers that
+// drive a Recorder through its life.
+#pragma once
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/platform.h"
+#include "recorder/recorder.h"
+#include "simulated/sim_asset_writer.h"
+#include "simulated/sim_audio_hardware.h"
+#include "simulated/sim_mic_capture.h"
+#include "simulated/sim_notification_center.h"
+#include "simulated/sim_workspace.h"
+#include "support/dispatch.h"
+#include "support/log.h"
+
+namespace ac::test {
+
+class SimPlatform final : public platform::Platform {
+ public:
+  platform::AudioHardware& audio() override { return hw; }
+  platform::MicCapture& mic() override { return micSim; }
+  platform::WriterFactory& writers() override { return writerSim; }
+  platform::NotificationCenter& notifications() override { return center; }
+  platform::Workspace& workspace() override { return desk; }
+
+  sim::SimAudioHardware hw;
+  sim::SimMicCapture micSim;
+  sim::SimWriterFactory writerSim;
+  sim::SimNotificationCenter center;
+  sim::SimWorkspace desk;
+};
+
+// Log lines as the recorder wrote them, without their time stamps, for as
+// long as the capture lives.
+class LogCapture {
+ public:
+  LogCapture() : fd_(::memfd_create("recorder-log", 0)), previous_(logFileDescriptor()) { setLogFileDescriptor(fd_); }
+  ~LogCapture() {
+    setLogFileDescriptor(previous_);
+    ::close(fd_);
+  }
+  std::vector<std::string> lines() const {
+    std::string all;
+    char buf[4096];
+    for (ssize_t n, at = 0; (n = ::pread(fd_, buf, sizeof buf, at)) > 0; at += n) all.append(buf, size_t(n));
+    std::vector<std::string> out;
+    for (size_t start = 0, nl; (nl = all.find('\n', start)) != std::string::npos; start = nl + 1) {
+      const std::string line = all.substr(start, nl - start);
+      const size_t body = line.find("] ");
+      out.push_back(body == std::string::npos ? line : line.substr(body + 2));
+    }
+    return out;
+  }
+  size_t count(const std::string& line) const {
+    const auto all = lines();
+    return size_t(std::count(all.begin(), all.end(), line));
+  }
+  bool has(const std::string& line) const { return count(line) > 0; }
+  std::vector<std::string> matching(const std::string& prefix) const {
+    std::vector<std::string> out;
+    for (const auto& l : lines())
+      if (l.rfind(prefix, 0) == 0) out.push_back(l);
+    return out;
+  }
+
+ private:
+  int fd_;
+  int previous_;
+};
+
+struct Notice {
+  std::string title, body, sound;
+  bool operator==(const Notice&) const = default;
+};
+
+inline bool waitUntil(const std::function<bool()>& done, double seconds = 5) {
+  const double deadline = monotonicSeconds() + seconds;
+  while (!done()) {
+    if (monotonicSeconds() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+// A built-in microphone as the default input and a speaker as the default
+// output (48 kHz stereo tap).
+inline void addDevices(SimPlatform& p) {
+  p.micSim.addDevice("builtin", "Built-in Mic");
+  p.micSim.setDefaultDevice("builtin");
+  p.hw.setDefaultOutput(p.hw.addDevice({"speaker", std::string("Speaker"), 0, 1, {}}));
+}
+
+class RecorderTest : public ::testing::Test {
+ protected:
+  RecorderTest() {
+    dir_ = std::filesystem::temp_directory_path() / ("recorder-test-" + std::to_string(::getpid()) + "-" +
+                                                     std::to_string(counter_++));
+    std::filesystem::create_directories(dir_);
+    path = (dir_ / "call.m4a").string();
+    addDevices(p);
+  }
+  ~RecorderTest() override {
+    rec.reset();
+    std::filesystem::remove_all(dir_);
+  }
+
+  Recorder& make(bool system, bool mic, std::optional<std::string> micUID = std::nullopt) {
+    rec = std::make_unique<Recorder>(p, path, system, mic, std::move(micUID),
+                                     [this](const std::string& t, const std::string& b, const std::string& s) {
+                                       std::lock_guard<std::mutex> lock(noticesMutex_);
+                                       notices_.push_back({t, b, s});
+                                     });
+    return *rec;
+  }
+  Recorder& started(bool system, bool mic, std::optional<std::string> micUID = std::nullopt) {
+    Recorder& r = make(system, mic, std::move(micUID));
+    r.setup();
+    r.start();
+    return r;
+  }
+  // Stops and waits for the completion; the number of completion calls.
+  int stopAndWait() {
+    std::atomic<int> calls{0};
+    Semaphore done;
+    rec->stop([&] {
+      ++calls;
+      done.signal();
+    });
+    EXPECT_TRUE(done.wait(5));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // a second call would land by now
+    return calls;
+  }
+  std::vector<Notice> notices() {
+    std::lock_guard<std::mutex> lock(noticesMutex_);
+    return notices_;
+  }
+  std::shared_ptr<sim::SimAssetWriter> writer() { return p.writerSim.lastWriter(); }
+  std::shared_ptr<sim::SimWriterInput> track(size_t i) { return writer()->inputs().at(i); }
+  // Feeds one mic buffer through the capture output and waits for its handling.
+  void mic(int64_t ptsNanos, float value = 0.25f,
+           const platform::AudioFormatDescription& format = sim::micFloatFormat()) {
+    ASSERT_TRUE(p.micSim.lastOutput()->deliver(sim::micSampleBuffer(ptsNanos, 480, value, format)));
+  }
+
+  // Runs one IOProc period of stereo float system audio stamped `hostNanos`.
+  void sys(uint64_t hostNanos, float value = 0.5f) {
+    std::vector<float> samples(2 * 480, value);
+    platform::AudioBufferList list{1, {{2, uint32_t(samples.size() * sizeof(float)), samples.data()}}};
+    p.hw.latestIOProc()->deliver(list, hostNanos);
+  }
+  // Waits until the track has seen `n` append attempts.
+  void waitAttempts(size_t trackIndex, int n) {
+    ASSERT_TRUE(waitUntil([&] { return track(trackIndex)->appendAttempts() >= n; })) << "track " << trackIndex;
+  }
+  std::string pidSuffix() const { return " pid=" + std::to_string(::getpid()) + "."; }
+
+  SimPlatform p;
+  LogCapture logs;
+  std::string path;
+  std::unique_ptr<Recorder> rec;
+
+ private:
+  static inline int counter_ = 0;
+  std::filesystem::path dir_;
+  std::mutex noticesMutex_;
+  std::vector<Notice> notices_;
+};
+
+}  // namespace ac::test
