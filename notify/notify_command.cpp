@@ -1,0 +1,187 @@
+#include "notify/notify_command.h"
+
+#include <uuid/uuid.h>
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "notify/awaited_answer.h"
+#include "notify/category_registry.h"
+#include "notify/click_handling.h"
+#include "notify/click_journal.h"
+#include "notify/click_payload.h"
+#include "notify/cold_route.h"
+#include "notify/meeting_banner.h"
+#include "notify/notif_auth.h"
+#include "notify/notify_modes.h"
+#include "notify/silence_warning.h"
+#include "platform/platform.h"
+#include "support/dispatch.h"
+#include "support/log.h"
+#include "support/process_exit.h"
+
+namespace ac::notify {
+
+bool notificationCenterUsable() { return platform::current().workspace().bundleIdentifier().has_value(); }
+
+std::string notificationSound(const std::optional<std::string>& name) { return name.value_or(""); }
+
+platform::NotificationContent makeNotifyContent(const std::string& title, const std::string& body,
+                                                const std::optional<std::string>& soundName,
+                                                const std::optional<std::string>& clickToken,
+                                                std::optional<double> expiresAt,
+                                                const std::optional<std::string>& categoryID) {
+  platform::NotificationContent content;
+  content.title = title;
+  content.body = body;
+  content.soundName = notificationSound(soundName);
+  if (clickToken) content.userInfo = NotifyClickPayload::make(*clickToken, expiresAt);
+  if (categoryID) content.categoryIdentifier = *categoryID;
+  return content;
+}
+
+std::string newRequestIdentifier() {
+  uuid_t uuid;
+  uuid_generate_random(uuid);
+  char text[37];
+  uuid_unparse_upper(uuid, text);
+  return text;
+}
+
+NotifyDelegate::NotifyDelegate(std::function<void()> done, std::function<bool()> claim)
+    : done_(done ? std::move(done) : [] {}), claim_(std::move(claim)) {}
+
+void NotifyDelegate::willPresent(std::function<void(bool, bool)> completion) { completion(true, true); }
+
+void NotifyDelegate::didReceive(const platform::NotificationResponse& response, std::function<void()> completion) {
+  dispatchMain([response, completion = std::move(completion), done = done_, claim = claim_] {
+    handleResponse(response, completion, done, claim);
+  });
+}
+
+NotifyDelegate& installNotifyDelegate(std::function<void()> done, std::function<bool()> claim) {
+  // The centre keeps a bare pointer: every delegate ever installed lives as
+  // long as the process.
+  static std::mutex mutex;
+  static std::vector<std::unique_ptr<NotifyDelegate>> delegates;
+  std::lock_guard lock(mutex);
+  delegates.push_back(std::make_unique<NotifyDelegate>(std::move(done), std::move(claim)));
+  platform::current().notifications().setDelegate(delegates.back().get());
+  return *delegates.back();
+}
+
+namespace {
+
+// Reads the authorization, records it, and asks once when allowed and
+// undecided; the word the post is judged by.
+std::string authorizationForPost(bool allowAuthRequest) {
+  std::string word = notifAuthStatusName(currentNotifAuthStatus(notifAuthQueryTimeoutSeconds));
+  writeNotifAuthStatus(word);
+  if (word == "notDetermined" && allowAuthRequest) {
+    (void)requestNotifAuthorization(notifyAuthRequestTimeoutSeconds);
+    word = notifAuthStatusName(currentNotifAuthStatus(notifyAuthRecheckTimeoutSeconds));
+    writeNotifAuthStatus(word);
+  }
+  return word;
+}
+
+// Adds the request; whether the add completed without an error in time.
+bool addRequest(const std::string& identifier, const platform::NotificationContent& content) {
+  auto& center = platform::current().notifications();
+  auto result = awaitAnswer<std::optional<Error>>(notifyAddTimeoutSeconds,
+                                                  [&](std::function<void(std::optional<Error>)> done) {
+                                                    center.add(identifier, content, std::move(done));
+                                                  });
+  if (!result) {
+    writeStderr("notify: add failed: the notification centre did not answer\n");
+    return false;
+  }
+  if (*result) {
+    writeStderr("notify: add failed: " + (*result)->description + "\n");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::optional<double> postNotifyBanner(const NotifyRequest& request) {
+  if (!notificationCenterUsable()) {
+    writeStderr("notify: unbundled process — skipping post\n");
+    return std::nullopt;
+  }
+  // Once its click has been handled, a warm poster has nothing left to wait
+  // for; the exit check still honours any handler in flight.
+  installNotifyDelegate([] { notifyExitAfter(notifyAfterClickLingerSeconds); });
+
+  std::string auth = authorizationForPost(request.allowAuthRequest);
+  if (!notifAuthDelivers(auth)) {
+    writeStderr("notify: skipped (auth=" + auth + ")\n");
+    return notifyPlainLingerSeconds;
+  }
+
+  auto& center = platform::current().notifications();
+  const std::string token = request.clickToken.value_or("");
+  double now = wallSeconds();
+  std::optional<double> expiresAt;
+  std::optional<std::string> category;
+  if (request.meetingPrompt && token == recordStartToken) {
+    auto items = MeetingBanner::menu(MeetingBanner::roster());
+    expiresAt = now + MeetingBanner::ttl;
+    std::string id = MeetingBanner::categoryID(now);
+    if (registerCategory(center, id, items)) category = id;
+    writeStderr("notify: meeting prompt — " + std::to_string(items.size()) +
+                " action(s), category=" + category.value_or("<none>") + "\n");
+  } else if (token.starts_with(SilenceWarningBanner::tokenPrefix)) {
+    if (registerSilenceCategory(center)) category = std::string(SilenceWarningBanner::categoryID);
+  }
+
+  std::optional<std::string> clickToken;
+  if (!token.empty()) clickToken = token;
+  auto content = makeNotifyContent(request.title, request.body, request.soundName, clickToken, expiresAt, category);
+  std::string identifier = newRequestIdentifier();
+  bool added = addRequest(identifier, content);
+
+  auto delivered = deliveredNotificationIDs(center);
+  NotifyClickJournal::recordPosted(identifier, token, added, delivered, wallSeconds(), expiresAt);
+  return clickToken ? notifyClickableLingerSeconds : notifyPlainLingerSeconds;
+}
+
+void runNotifyMainLoop() {
+  for (;;) platform::current().runMainLoopFor(3600);
+}
+
+void runNotify(const std::string& title, const std::string& body, const std::optional<std::string>& clickToken,
+               const std::optional<std::string>& soundName, bool allowAuthRequest, bool meetingPrompt) {
+  auto linger = postNotifyBanner({title, body, clickToken, soundName, allowAuthRequest, meetingPrompt});
+  if (!linger) exitProcess(0);
+  notifyExitAfter(*linger);
+  runNotifyMainLoop();
+}
+
+void postNotification(const std::string& title, const std::string& body, const std::string& soundName,
+                      std::function<void()> then) {
+  dispatchGlobal([title, body, soundName, then = std::move(then)] {
+    auto finish = [&] {
+      if (then) then();
+    };
+    if (!notificationCenterUsable()) return finish();
+    std::string auth = notifAuthStatusName(currentNotifAuthStatus(notifAuthQueryTimeoutSeconds));
+    writeNotifAuthStatus(auth);
+    if (!notifAuthDelivers(auth)) {
+      writeStderr("notify: skipped (auth=" + auth + ")\n");
+      return finish();
+    }
+    std::string identifier = newRequestIdentifier();
+    if (addRequest(identifier, makeNotifyContent(title, body, soundName, std::nullopt, std::nullopt, std::nullopt))) {
+      // Journalled as tokenless: a later cold launch counts it as ours and
+      // routes nothing through it.
+      NotifyClickJournal::record(identifier, std::nullopt, deliveredNotificationIDs(platform::current().notifications()),
+                                 wallSeconds());
+    }
+    finish();
+  });
+}
+
+}  // namespace ac::notify
