@@ -34,8 +34,10 @@ class AacEncoder {
 
   const AVCodecContext* context() const { return ctx_; }
   int frameSize() const { return ctx_->frame_size; }
-  // Samples the decoder drops at the head of the track (encoder priming).
-  int primingSamples() const { return ctx_->initial_padding; }
+  // How long the encoder's priming delays the track: without an edit list
+  // (a fragmented file is written before its start is known) players
+  // present these samples too.
+  double primingSeconds() const { return double(ctx_->initial_padding) / ctx_->sample_rate; }
 
   // Encodes one frame (pts in samples) and sinks every packet it completes.
   // A null frame flushes the encoder's look-ahead; no frame may follow it.

@@ -1,8 +1,8 @@
 #include "platform/linux/ffmpeg_fragmented_muxer.h"
 
-extern "C" {
-#include <libavutil/opt.h>
-}
+#include <algorithm>
+#include <cmath>
+#include <limits>
 
 namespace ac::platform::linux_backend {
 
@@ -31,6 +31,7 @@ int FragmentedMuxer::addStream(const AVCodecContext* encoder) {
   int ret = avcodec_parameters_from_context(stream->codecpar, encoder);
   if (ret < 0) return ret;
   stream->time_base = encoder->time_base;
+  progress_.resize(stream->index + 1);
   return stream->index;
 }
 
@@ -55,17 +56,33 @@ int FragmentedMuxer::write(AVPacket* packet, int stream, AVRational timeBase) {
   AVStream* st = ctx_->streams[stream];
   av_packet_rescale_ts(packet, timeBase, st->time_base);
   packet->stream_index = stream;
-  const double endSeconds = (packet->pts + packet->duration) * av_q2d(st->time_base);
+  progress_[stream].endSeconds = (packet->pts + packet->duration) * av_q2d(st->time_base);
   int ret = av_write_frame(ctx_, packet);
   if (ret < 0) return ret;
-  if (fragmentSeconds_ > 0 && endSeconds >= nextFragmentAt_) {
-    while (nextFragmentAt_ <= endSeconds) nextFragmentAt_ += fragmentSeconds_;
-    return flushFragment();
-  }
-  return ioError();
+  return fragmentSeconds_ > 0 ? cutFragment() : ioError();
 }
 
-int FragmentedMuxer::flushFragment() {
+void FragmentedMuxer::endStream(int stream) {
+  std::lock_guard lock(mutex_);
+  progress_[stream].ended = true;
+}
+
+bool FragmentedMuxer::fragmentDue(double& lagging, double& leading) const {
+  leading = 0;
+  lagging = std::numeric_limits<double>::infinity();
+  for (const Progress& p : progress_) {
+    leading = std::max(leading, p.endSeconds);
+    if (!p.ended) lagging = std::min(lagging, p.endSeconds);
+  }
+  lagging = std::min(lagging, leading);
+  return lagging >= nextFragmentAt_ || leading >= nextFragmentAt_ + fragmentSeconds_;
+}
+
+int FragmentedMuxer::cutFragment() {
+  double lagging, leading;
+  if (!fragmentDue(lagging, leading)) return ioError();
+  const double reached = std::max(lagging, leading - fragmentSeconds_);
+  nextFragmentAt_ = (std::floor(reached / fragmentSeconds_) + 1) * fragmentSeconds_;
   // A null packet makes the muxer close the fragment it is building.
   int ret = av_write_frame(ctx_, nullptr);
   if (ret < 0) return ret;

@@ -2,7 +2,8 @@
 // input in the order the inputs were added.
 //
 // Status moves unknown → writing → completed | failed | cancelled; the first
-// failure's error is the one reported. Each input serialises its own track;
+// failure's error is the one reported (a refused buffer's error only until
+// then: it fails the buffer, not the file). Each input serialises its own track;
 // the muxer serialises the file, so the two tracks' queues append in
 // parallel and meet only there.
 #include <algorithm>
@@ -27,9 +28,10 @@ struct WriterState {
 
   bool writing() const { return status.load() == WriterStatus::writing; }
 
-  void setError(const Error& e) {
+  // A refused buffer is reported until a failure of the file replaces it.
+  void noteRefusal(const Error& e) {
     std::lock_guard lock(errorMutex);
-    if (!error) error = e;
+    if (writing()) error = e;
   }
 
   // Only the first failure of a writing (or not yet started) file counts; a
@@ -38,7 +40,8 @@ struct WriterState {
     WriterStatus s = status.load();
     while (s == WriterStatus::unknown || s == WriterStatus::writing) {
       if (status.compare_exchange_weak(s, WriterStatus::failed)) {
-        setError(e);
+        std::lock_guard lock(errorMutex);
+        error = e;
         return;
       }
     }
@@ -57,18 +60,15 @@ class FFmpegWriterInput final : public WriterInput {
   AudioOutputSettings settings() const override { return settings_; }
   void setExpectsMediaDataInRealTime(bool) override {}
 
-  bool isReadyForMoreMediaData() override {
-    std::lock_guard lock(mutex_);
-    return state_->writing() && !finished_;
-  }
+  bool isReadyForMoreMediaData() override { return state_->writing() && !finished_; }
 
   bool append(const SampleBuffer& sample) override {
     std::lock_guard lock(mutex_);
-    if (!state_->writing() || finished_) return false;
+    if (!added || !state_->writing() || finished_) return false;
     const std::optional<PcmLayout> layout = pcmLayoutFor(sample.format.asbd);
     if (!layout) {
       // One unreadable buffer is refused on its own; the file goes on.
-      state_->setError(Error{kErrorDomain, AVERROR(EINVAL), "unsupported sample format"});
+      state_->noteRefusal(Error{kErrorDomain, AVERROR(EINVAL), "unsupported sample format"});
       return false;
     }
     const MediaTime pts = sample.presentationTime();
@@ -81,26 +81,21 @@ class FFmpegWriterInput final : public WriterInput {
 
   void markAsFinished() override {
     std::lock_guard lock(mutex_);
-    finishLocked();
+    if (finished_.exchange(true) || !added) return;
+    if (state_->writing()) state_->failOn(track_->finish(), "audio encode");
   }
 
-  // The writer's side.
+  // The writer's side. An input is added, if ever, before writing starts.
   bool usable() const { return track_ != nullptr; }
   WriterTrack& track() { return *track_; }
   bool added = false;
 
  private:
-  void finishLocked() {
-    if (finished_) return;
-    finished_ = true;
-    if (state_->writing()) state_->failOn(track_->finish(), "audio encode");
-  }
-
   std::shared_ptr<WriterState> state_;
   const AudioOutputSettings settings_;
   std::mutex mutex_;
   std::unique_ptr<WriterTrack> track_;
-  bool finished_ = false;
+  std::atomic<bool> finished_{false};
 };
 
 class FFmpegAssetWriter final : public AssetWriter {
@@ -109,10 +104,8 @@ class FFmpegAssetWriter final : public AssetWriter {
     state_->muxer = std::move(muxer);
   }
 
-  ~FFmpegAssetWriter() override {
-    // Unfinished: leave the file as it stands, readable to its last fragment.
-    state_->muxer->close();
-  }
+  // Unfinished, the file is left as it stands: readable to its last fragment.
+  ~FFmpegAssetWriter() override { cancelWriting(); }
 
   bool canApplyOutputSettings(const AudioOutputSettings& settings) override { return AacEncoder::accepts(settings); }
 
@@ -124,8 +117,7 @@ class FFmpegAssetWriter final : public AssetWriter {
 
   bool canAddInput(const std::shared_ptr<WriterInput>& input) override {
     auto* ours = dynamic_cast<FFmpegWriterInput*>(input.get());
-    return ours && ours->usable() && !ours->added && state_->status.load() == WriterStatus::unknown &&
-           std::none_of(inputs_.begin(), inputs_.end(), [&](auto& i) { return i.get() == ours; });
+    return ours && ours->usable() && !ours->added && state_->status.load() == WriterStatus::unknown;
   }
 
   void addInput(const std::shared_ptr<WriterInput>& input) override {
@@ -142,10 +134,7 @@ class FFmpegAssetWriter final : public AssetWriter {
     if (state_->status.load() != WriterStatus::unknown) return false;
     // Every track presents its first sample as late as the most-priming
     // encoder does, so tracks at different rates stay aligned.
-    auto priming = [](FFmpegWriterInput& i) {
-      const AVCodecContext* c = i.track().encoder().context();
-      return double(c->initial_padding) / c->sample_rate;
-    };
+    auto priming = [](FFmpegWriterInput& i) { return i.track().encoder().primingSeconds(); };
     double maxPriming = 0;
     for (auto& i : inputs_) maxPriming = std::max(maxPriming, priming(*i));
     for (size_t k = 0; k < inputs_.size(); ++k) {

@@ -38,8 +38,9 @@ int WriterTrack::append(const SampleBuffer& sample, const PcmLayout& layout, std
 
 int WriterTrack::finish() {
   int ret = converter_->finish();
-  if (ret < 0) return ret;
-  return encoder_->encode(nullptr);
+  if (ret >= 0) ret = encoder_->encode(nullptr);
+  muxer_->endStream(stream_);
+  return ret;
 }
 
 }  // namespace ac::platform::linux_backend

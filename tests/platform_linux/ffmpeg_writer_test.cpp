@@ -1,0 +1,398 @@
+// The FFmpeg writer against real files, inspected with ffprobe and ffmpeg.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "platform/linux/backends.h"
+#include "platform/linux/ffmpeg_pcm_format.h"
+#include "platform/linux/ffmpeg_track_timeline.h"
+
+namespace ac::platform::linux_backend {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Source {
+  int rate;
+  int channels;
+  double hz;
+  uint32_t flags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
+  int bits = 32;
+};
+
+// `frames` of a sine at source rate, starting at frame `start`, presenting
+// at `pts` seconds (nanosecond timescale, as the core retimes buffers).
+SampleBuffer sine(const Source& s, int64_t start, int64_t frames, double pts) {
+  SampleBuffer b;
+  StreamFormat& f = b.format.asbd;
+  const bool planar = s.flags & kAudioFormatFlagIsNonInterleaved;
+  f = {double(s.rate), kAudioFormatLinearPCM, s.flags, 0, 1, 0, uint32_t(s.channels), uint32_t(s.bits), 0};
+  f.bytesPerFrame = f.bytesPerPacket = s.bits / 8 * (planar ? 1 : s.channels);
+  b.numSamples = frames;
+  b.timing.push_back({MediaTime::make(1, s.rate), MediaTime::make(std::llround(pts * 1e9), 1000000000), {}});
+  const int planes = planar ? s.channels : 1;
+  b.buffers.assign(planes, std::vector<uint8_t>(frames * f.bytesPerFrame));
+  for (int64_t i = 0; i < frames; ++i) {
+    const double v = 0.5 * std::sin(2 * M_PI * s.hz * double(start + i) / s.rate);
+    for (int c = 0; c < s.channels; ++c) {
+      uint8_t* at = planar ? &b.buffers[c][i * f.bytesPerFrame] : &b.buffers[0][(i * s.channels + c) * (s.bits / 8)];
+      if (s.bits == 32) {
+        const float x = float(v);
+        std::memcpy(at, &x, 4);
+      } else {
+        const int16_t x = int16_t(v * 32767);
+        std::memcpy(at, &x, 2);
+      }
+    }
+  }
+  b.dataReady = true;
+  return b;
+}
+
+// Appends `seconds` of `s` in 10 ms buffers with contiguous timestamps.
+void feed(WriterInput& in, const Source& s, double fromSeconds, double seconds, int64_t& frame) {
+  const int64_t chunk = s.rate / 100, end = frame + std::llround(seconds * s.rate);
+  for (; frame < end; frame += chunk) {
+    ASSERT_TRUE(in.append(sine(s, frame, std::min(chunk, end - frame), fromSeconds + double(frame) / s.rate)));
+  }
+}
+
+std::string run(const std::string& cmd) {
+  std::string out;
+  FILE* p = popen(cmd.c_str(), "r");
+  char buf[65536];
+  for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+  pclose(p);
+  return out;
+}
+
+// Track `index` decoded to mono float at its own rate.
+std::vector<float> decode(const std::string& path, int index) {
+  const std::string raw = run("ffmpeg -v error -i '" + path + "' -map 0:a:" + std::to_string(index) + " -ac 1 -f f32le -");
+  std::vector<float> pcm(raw.size() / 4);
+  std::memcpy(pcm.data(), raw.data(), pcm.size() * 4);
+  return pcm;
+}
+
+double rms(const std::vector<float>& pcm, int rate, double from, double to) {
+  double sum = 0;
+  const size_t a = size_t(from * rate), b = std::min(pcm.size(), size_t(to * rate));
+  for (size_t i = a; i < b; ++i) sum += pcm[i] * pcm[i];
+  return b > a ? std::sqrt(sum / double(b - a)) : 0;
+}
+
+// Frequency from upward zero crossings over [from, to).
+double frequency(const std::vector<float>& pcm, int rate, double from, double to) {
+  int crossings = 0;
+  for (size_t i = size_t(from * rate) + 1; i < std::min(pcm.size(), size_t(to * rate)); ++i) {
+    crossings += pcm[i - 1] < 0 && pcm[i] >= 0;
+  }
+  return crossings / (to - from);
+}
+
+int countTopLevelBoxes(const std::string& path, const char* type) {
+  std::ifstream f(path, std::ios::binary);
+  std::string data((std::istreambuf_iterator<char>(f)), {});
+  int count = 0;
+  for (size_t at = 0; at + 8 <= data.size();) {
+    const auto* p = reinterpret_cast<const uint8_t*>(data.data() + at);
+    const uint32_t size = uint32_t(p[0]) << 24 | p[1] << 16 | p[2] << 8 | p[3];
+    count += data.compare(at + 4, 4, type) == 0;
+    if (size < 8) break;
+    at += size;
+  }
+  return count;
+}
+
+class FFmpegWriterTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() / ("ffmpeg-writer-" + std::to_string(getpid()));
+    fs::create_directories(dir_);
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  std::unique_ptr<AssetWriter> open(const std::string& name, double fragmentSeconds = 5) {
+    Error error;
+    auto w = factory_->makeMPEG4Writer(path(name), MediaTime::make(std::llround(fragmentSeconds * 600), 600), error);
+    EXPECT_TRUE(w) << error.description;
+    return w;
+  }
+  std::shared_ptr<WriterInput> add(AssetWriter& w, double rate, int channels, int bitRate = 64000) {
+    auto in = w.makeInput({kAudioFormatMPEG4AAC, rate, channels, bitRate});
+    EXPECT_TRUE(w.canAddInput(in));
+    w.addInput(in);
+    return in;
+  }
+  static void start(AssetWriter& w) {
+    ASSERT_TRUE(w.startWriting());
+    w.startSession(MediaTime::make(0, 1000000000));
+  }
+  static void finish(AssetWriter& w) {
+    int calls = 0;
+    w.finishWriting([&] { ++calls; });
+    EXPECT_EQ(calls, 1);
+  }
+  std::string path(const std::string& name) const { return (dir_ / name).string(); }
+
+  fs::path dir_;
+  std::unique_ptr<WriterFactory> factory_ = makeFFmpegWriterFactory();
+};
+
+TEST_F(FFmpegWriterTest, TracksKeepTheirOrderFormatAndDuration) {
+  struct Track {
+    Source source;
+    double encodeRate;
+    int encodeChannels;
+  };
+  const Track tracks[] = {
+      {{44100, 2, 440}, 44100, 2},
+      {{48000, 1, 1000, kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked | kAudioFormatFlagIsNonInterleaved}, 48000, 1},
+      {{16000, 2, 300, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked, 16}, 16000, 2},
+      {{22050, 2, 700, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsNonInterleaved, 16}, 22050, 1},
+      {{96000, 6, 2000}, 48000, 2},
+  };
+  auto w = open("tracks.m4a", 0.5);
+  std::vector<std::shared_ptr<WriterInput>> inputs;
+  for (const Track& t : tracks) inputs.push_back(add(*w, t.encodeRate, t.encodeChannels));
+  start(*w);
+  for (size_t i = 0; i < inputs.size(); ++i) {
+    int64_t frame = 0;
+    feed(*inputs[i], tracks[i].source, 0, 2.0, frame);
+  }
+  finish(*w);
+  ASSERT_EQ(w->status(), WriterStatus::completed);
+
+  // Every track presents its first sample after the longest encoder priming.
+  double priming = 0;
+  for (const Track& t : tracks) priming = std::max(priming, 1024 / t.encodeRate);
+  std::istringstream probe(run("ffprobe -v error -show_entries stream=codec_name,sample_rate,channels,duration -of csv=p=0 '" +
+                               path("tracks.m4a") + "'"));
+  for (const Track& t : tracks) {
+    std::string codec, rate, channels, duration;
+    std::getline(probe, codec, ',');
+    std::getline(probe, rate, ',');
+    std::getline(probe, channels, ',');
+    std::getline(probe, duration);
+    EXPECT_EQ(codec, "aac");
+    EXPECT_EQ(std::stod(rate), t.encodeRate);
+    EXPECT_EQ(std::stoi(channels), t.encodeChannels);
+    EXPECT_NEAR(std::stod(duration), 2.0 + priming, 1024 / t.encodeRate) << rate;
+  }
+  for (size_t i = 0; i < std::size(tracks); ++i) {
+    const int rate = int(tracks[i].encodeRate);
+    EXPECT_NEAR(frequency(decode(path("tracks.m4a"), int(i)), rate, 0.5, 1.5), tracks[i].source.hz, 3) << i;
+  }
+  EXPECT_GE(countTopLevelBoxes(path("tracks.m4a"), "moof"), 4);
+}
+
+TEST_F(FFmpegWriterTest, GapsBecomeSilenceAndOverlapsAreTrimmed) {
+  const Source s{48000, 1, 1000};
+  auto w = open("timeline.m4a");
+  auto gap = add(*w, 48000, 1), overlap = add(*w, 48000, 1);
+  start(*w);
+  int64_t frame = 0;
+  feed(*gap, s, 0, 1.0, frame);
+  feed(*gap, s, 1.0, 1.0, frame);  // presents 1.0 s after the audio it follows: 1 s of silence
+  frame = 0;
+  feed(*overlap, s, 0, 1.0, frame);
+  feed(*overlap, s, -0.5, 1.0, frame);  // half a second presents on top of the first
+  ASSERT_TRUE(overlap->append(sine(s, 0, 4800, 0.2)));  // wholly covered: dropped
+  finish(*w);
+  ASSERT_EQ(w->status(), WriterStatus::completed);
+
+  const double aacFrame = 1024 / 48000.0;  // also the encoder's priming
+  const auto gapPcm = decode(path("timeline.m4a"), 0);
+  EXPECT_NEAR(gapPcm.size() / 48000.0, 3.0 + aacFrame, aacFrame);
+  EXPECT_GT(rms(gapPcm, 48000, 0.2, 0.9), 0.3);
+  EXPECT_LT(rms(gapPcm, 48000, 1.1, 1.95), 0.001);
+  EXPECT_GT(rms(gapPcm, 48000, 2.1, 2.9), 0.3);
+  EXPECT_NEAR(decode(path("timeline.m4a"), 1).size() / 48000.0, 1.5 + aacFrame, aacFrame);
+}
+
+TEST_F(FFmpegWriterTest, TracksAtDifferentRatesPresentTogether) {
+  // Both tracks turn a tone on at 1.0 s; their encoders prime by different
+  // durations (1024 samples at their own rates), which the file must hide.
+  const int rates[] = {44100, 48000};
+  auto w = open("aligned.m4a");
+  auto a = add(*w, rates[0], 1), b = add(*w, rates[1], 1);
+  start(*w);
+  WriterInput* inputs[] = {a.get(), b.get()};
+  for (int k = 0; k < 2; ++k) {
+    const Source s{rates[k], 1, 500};
+    for (int64_t frame = 0; frame < 2 * s.rate; frame += s.rate / 100) {
+      SampleBuffer buffer = sine(s, frame, s.rate / 100, double(frame) / s.rate);
+      if (frame < s.rate) std::fill(buffer.buffers[0].begin(), buffer.buffers[0].end(), 0);
+      ASSERT_TRUE(inputs[k]->append(buffer));
+    }
+  }
+  finish(*w);
+  double onset[2];
+  for (int k = 0; k < 2; ++k) {
+    const auto pcm = decode(path("aligned.m4a"), k);
+    const auto loud = std::find_if(pcm.begin(), pcm.end(), [](float x) { return std::fabs(x) > 0.1f; });
+    onset[k] = double(loud - pcm.begin()) / rates[k];
+  }
+  EXPECT_NEAR(onset[0], 1.0 + 1024.0 / 44100, 0.001);
+  EXPECT_NEAR(onset[0], onset[1], 0.0002);
+}
+
+TEST_F(FFmpegWriterTest, AKilledRecordingLeavesItsCompleteFragments) {
+  const Source system{44100, 2, 440}, mic{48000, 1, 1000};
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    auto w = open("killed.m4a");
+    auto a = add(*w, 44100, 2), b = add(*w, 48000, 1);
+    if (!w->startWriting()) _exit(1);
+    int64_t fa = 0, fb = 0;
+    for (int second = 0; second < 12; ++second) {  // interleaved as two live queues would be
+      feed(*a, system, 0, 1.0, fa);
+      feed(*b, mic, 0, 1.0, fb);
+    }
+    raise(SIGKILL);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+  EXPECT_GE(decode(path("killed.m4a"), 0).size(), 10u * 44100);
+  EXPECT_GE(decode(path("killed.m4a"), 1).size(), 10u * 48000);
+}
+
+TEST_F(FFmpegWriterTest, EncoderAcceptanceDecidesWhichSettingsApply) {
+  struct Case {
+    AudioOutputSettings settings;
+    bool accepted;
+  };
+  // Refusals are rates off the encoder's list and channel counts it has no
+  // layout for; bit rates beyond reach are clamped, not refused.
+  const Case cases[] = {
+      {{kAudioFormatMPEG4AAC, 48000, 2, 128000}, true},  {{kAudioFormatMPEG4AAC, 44100, 1, 64000}, true},
+      {{kAudioFormatMPEG4AAC, 8000, 2, 128000}, true},   {{kAudioFormatMPEG4AAC, 50000, 2, 128000}, false},
+      {{kAudioFormatMPEG4AAC, 7000, 1, 64000}, false},   {{kAudioFormatMPEG4AAC, 44000, 2, 128000}, false},
+      {{kAudioFormatMPEG4AAC, 48000, 9, 128000}, false}, {{kAudioFormatMPEG4AAC, 48000, 0, 128000}, false},
+      {{kAudioFormatLinearPCM, 48000, 2, 128000}, false},
+  };
+  auto w = open("settings.m4a");
+  for (const Case& c : cases) {
+    EXPECT_EQ(w->canApplyOutputSettings(c.settings), c.accepted) << c.settings.sampleRate << "/" << c.settings.channels;
+  }
+}
+
+TEST_F(FFmpegWriterTest, WriteAndCreateFailuresCarryTheirErrno) {
+  Error error;
+  EXPECT_FALSE(factory_->makeMPEG4Writer(path("missing/dir/x.m4a"), MediaTime::make(3000, 600), error));
+  EXPECT_EQ(error, (Error{kPOSIXErrorDomain, ENOENT, "No such file or directory"}));
+
+  auto full = factory_->makeMPEG4Writer("/dev/full", MediaTime::make(3000, 600), error);
+  ASSERT_TRUE(full);
+  add(*full, 48000, 1);
+  EXPECT_FALSE(full->startWriting());
+  finish(*full);
+  EXPECT_EQ(full->status(), WriterStatus::failed);
+  EXPECT_EQ(full->error(), (Error{kPOSIXErrorDomain, ENOSPC, "No space left on device"}));
+}
+
+TEST_F(FFmpegWriterTest, AFailedFragmentWriteFailsTheAppendWithItsErrno) {
+  // A file-size limit makes a mid-recording write fail the way a full disk
+  // does, with EFBIG instead of ENOSPC.
+  auto w = open("limited.m4a", 0.5);
+  auto in = add(*w, 48000, 1);
+  start(*w);
+  rlimit saved{};
+  getrlimit(RLIMIT_FSIZE, &saved);
+  const rlimit tiny{8192, saved.rlim_max};
+  auto previous = signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &tiny);
+  const Source s{48000, 1, 1000};
+  bool refused = false;
+  for (int64_t frame = 0; frame < 48000 * 5 && !refused; frame += 480) {
+    refused = !in->append(sine(s, frame, 480, frame / 48000.0));
+  }
+  setrlimit(RLIMIT_FSIZE, &saved);
+  signal(SIGXFSZ, previous);
+  EXPECT_TRUE(refused);
+  EXPECT_FALSE(in->isReadyForMoreMediaData());
+  finish(*w);
+  EXPECT_EQ(w->status(), WriterStatus::failed);
+  EXPECT_EQ(w->error(), (Error{kPOSIXErrorDomain, EFBIG, "File too large"}));
+}
+
+TEST_F(FFmpegWriterTest, CancelledWriterRefusesAppends) {
+  auto w = open("cancelled.m4a");
+  auto in = add(*w, 48000, 1);
+  start(*w);
+  w->cancelWriting();
+  EXPECT_EQ(w->status(), WriterStatus::cancelled);
+  EXPECT_FALSE(in->isReadyForMoreMediaData());
+  EXPECT_FALSE(in->append(sine({48000, 1, 1000}, 0, 480, 0)));
+}
+
+TEST(TrackTimeline, PlacesBuffersByPresentationTime) {
+  struct Step {
+    std::optional<double> pts;
+    int rate;
+    int64_t frames;
+    Placement expected;
+  };
+  const Step steps[] = {
+      {0.0, 48000, 480, {0, 0, 480}},
+      {0.0104, 48000, 480, {0, 0, 480}},  // 0.4 ms late: jitter, absorbed
+      {0.0196, 48000, 480, {0, 0, 480}},  // 0.4 ms early: absorbed
+      {0.05, 48000, 480, {960, 0, 480}},  // 20 ms late: silence
+      {0.05, 48000, 480, {0, 480, 0}},    // entirely before the end: dropped
+      {0.055, 48000, 480, {0, 240, 240}}, // half overlapping: head trimmed
+      {std::nullopt, 48000, 480, {0, 0, 480}},
+      {0.085, 44100, 441, {441, 0, 441}},  // new rate: the gap is counted at it
+  };
+  TrackTimeline timeline;
+  for (const Step& s : steps) {
+    EXPECT_EQ(timeline.place(s.pts, s.rate, s.frames), s.expected) << (s.pts ? *s.pts : -1);
+  }
+  EXPECT_NEAR(timeline.endSeconds(), 0.095, 1e-12);
+  EXPECT_EQ(TrackTimeline(-0.002).place(0.0, 48000, 10), (Placement{96, 0, 10}));
+}
+
+TEST(PcmLayout, ReadsWhatFFmpegCanConvert) {
+  struct Case {
+    StreamFormat format;
+    AVSampleFormat expected;
+  };
+  const StreamFormat stereoFloat = floatPCMFormat(48000, 2);
+  StreamFormat s16 = stereoFloat, bigEndian = stereoFloat, int24 = stereoFloat, aac = stereoFloat;
+  s16.formatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+  s16.bitsPerChannel = 16;
+  s16.bytesPerFrame = s16.bytesPerPacket = 4;
+  bigEndian.formatFlags |= kAudioFormatFlagIsBigEndian;
+  int24.formatFlags = kAudioFormatFlagIsSignedInteger;
+  int24.bitsPerChannel = 24;
+  int24.bytesPerFrame = 6;
+  aac.formatID = kAudioFormatMPEG4AAC;
+  const Case cases[] = {
+      {stereoFloat, AV_SAMPLE_FMT_FLT}, {floatPCMFormat(44100, 1, false), AV_SAMPLE_FMT_FLTP},
+      {s16, AV_SAMPLE_FMT_S16},         {bigEndian, AV_SAMPLE_FMT_NONE},
+      {int24, AV_SAMPLE_FMT_NONE},      {aac, AV_SAMPLE_FMT_NONE},
+      {floatPCMFormat(0, 2), AV_SAMPLE_FMT_NONE},
+  };
+  for (const Case& c : cases) {
+    auto layout = pcmLayoutFor(c.format);
+    EXPECT_EQ(layout ? layout->format : AV_SAMPLE_FMT_NONE, c.expected) << c.format.formatFlags;
+  }
+  // A buffer shorter than its sample count is read only as far as it goes.
+  SampleBuffer short_;
+  short_.numSamples = 100;
+  short_.buffers = {std::vector<uint8_t>(8 * 60)};
+  EXPECT_EQ(usableFrames(short_, *pcmLayoutFor(stereoFloat)), 60);
+  EXPECT_EQ(usableFrames(short_, *pcmLayoutFor(floatPCMFormat(48000, 2, false))), 0);
+}
+
+}  // namespace
+}  // namespace ac::platform::linux_backend
