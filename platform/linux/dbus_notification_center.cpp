@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <memory>
 #include <mutex>
 
@@ -137,19 +138,23 @@ class DBusNotificationCenter final : public NotificationCenter {
 
   void getDelivered(std::function<void(std::vector<DeliveredNotification>)> completion) override {
     withServiceOwner([this, completion](const std::string& owner) {
-      dispatchGlobal([this, owner, completion] {
-        std::vector<DeliveredNotification> out;
-        bool stale = false;
-        for (auto& r : registry_.rows()) {
-          if (r.server != owner) {
-            stale = true;
-            continue;
+      withClosedHistory([this, owner, completion](const std::set<uint32_t>& closed) {
+        dispatchGlobal([this, owner, closed, completion] {
+          // Rows shown by an earlier instance of the service died with it;
+          // rows the service lists as closed are gone too.
+          auto gone = [&](const RegistryRow& r) { return r.server != owner || closed.count(r.serverID) > 0; };
+          std::vector<DeliveredNotification> out;
+          bool stale = false;
+          for (auto& r : registry_.rows()) {
+            if (gone(r)) {
+              stale = true;
+              continue;
+            }
+            out.push_back({r.requestIdentifier, r.content, r.at});
           }
-          out.push_back({r.requestIdentifier, r.content, r.at});
-        }
-        // Rows shown by an earlier instance of the service died with it.
-        if (stale) registry_.removeIf([&](const RegistryRow& r) { return r.server != owner; });
-        completion(std::move(out));
+          if (stale) registry_.removeIf(gone);
+          completion(std::move(out));
+        });
       });
     });
   }
@@ -236,6 +241,48 @@ class DBusNotificationCenter final : public NotificationCenter {
       std::string owner;
       if (reply && dbus_message_iter_init(reply, &it) && dbus_args::readString(&it, owner)) next(owner);
     });
+  }
+
+  // Runs next with the ids of banners the service says it has closed. Only
+  // some services can tell (dunst keeps a history of closed banners); for
+  // the others the set is empty and nothing is assumed.
+  void withClosedHistory(std::function<void(const std::set<uint32_t>&)> next) {
+    DBusMessage* m = dbus_message_new_method_call(kNotificationsService, kNotificationsPath, "org.dunstproject.cmd0",
+                                                  "NotificationListHistory");
+    session_->call(m, [next](DBusMessage* reply, const std::string&, const std::string&) {
+      std::set<uint32_t> closed;
+      DBusMessageIter it;
+      if (reply && dbus_message_iter_init(reply, &it)) closed = historyIDs(&it);
+      next(closed);
+    });
+  }
+
+  // The "id" of every entry of an aa{sv} history list.
+  static std::set<uint32_t> historyIDs(DBusMessageIter* list) {
+    std::set<uint32_t> ids;
+    if (dbus_message_iter_get_arg_type(list) != DBUS_TYPE_ARRAY) return ids;
+    DBusMessageIter entries;
+    for (dbus_message_iter_recurse(list, &entries); dbus_message_iter_get_arg_type(&entries) == DBUS_TYPE_ARRAY;
+         dbus_message_iter_next(&entries)) {
+      DBusMessageIter fields;
+      for (dbus_message_iter_recurse(&entries, &fields);
+           dbus_message_iter_get_arg_type(&fields) == DBUS_TYPE_DICT_ENTRY; dbus_message_iter_next(&fields)) {
+        DBusMessageIter entry, value;
+        dbus_message_iter_recurse(&fields, &entry);
+        std::string key;
+        if (!dbus_args::readString(&entry, key) || key != "id" || !dbus_message_iter_next(&entry) ||
+            dbus_message_iter_get_arg_type(&entry) != DBUS_TYPE_VARIANT)
+          continue;
+        dbus_message_iter_recurse(&entry, &value);
+        int type = dbus_message_iter_get_arg_type(&value);
+        if (type == DBUS_TYPE_INT32 || type == DBUS_TYPE_UINT32) {
+          dbus_uint32_t id = 0;
+          dbus_message_iter_get_basic(&value, &id);
+          ids.insert(id);
+        }
+      }
+    }
+    return ids;
   }
 
   void onNotifyReply(DBusMessage* reply, const std::string& errorName, const std::string& errorMessage,

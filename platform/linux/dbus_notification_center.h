@@ -14,7 +14,8 @@
 //   the delegate only in the process that posted the banner (other processes
 //   see the same broadcast signals and only update the registry).
 // - delivered list, categories, removal: the registry files
-//   (dbus_notification_registry.h); removal is CloseNotification by the
+//   (dbus_notification_registry.h), cross-checked with the service's list
+//   of closed banners where it has one; removal is CloseNotification by the
 //   mapped id.
 // - a banner clicked after its poster exited relaunches nothing.
 #pragma once

@@ -4,13 +4,15 @@
 // "linux-notifications.json": one row per banner this program posted and has
 //   not seen closed: request identifier, the service's id and the unique bus
 //   name of the service instance that showed it, the content and the
-//   delivery time. A row leaves when a process of ours observes the banner
-//   closed (NotificationClosed, which includes an action's click), when it is
-//   withdrawn, or when the service that showed it is no longer the one on
-//   the bus (a restarted service has dropped its banners). A banner that
-//   closed while no process of ours was listening is still listed: this
-//   registry never guesses that a banner went away. It holds at most
-//   registryMaxRows rows, dropping the oldest.
+//   delivery time. A row leaves when a process of ours sees the banner
+//   close (NotificationClosed), when it is withdrawn, when the service that
+//   showed it is no longer the one on the bus (a restarted service has
+//   dropped its banners), or when the service lists it among its closed
+//   banners (where it keeps such a history, as dunst does). A banner that
+//   closed while no process of ours was listening, on a service without
+//   such a history, is still listed: this registry never guesses that a
+//   banner went away. It holds at most registryMaxRows rows, dropping the
+//   oldest.
 // "linux-categories.json": the registered categories and their actions.
 //
 // Every write is a read-modify-write under a flock of its own

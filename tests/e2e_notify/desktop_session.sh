@@ -1,0 +1,96 @@
+# A throw-away desktop for the notify end-to-end test: an X server (Xvfb), a
+# private session bus and a real notification service (dunst), plus stubs
+# that record what the program asks the desktop to do. Sourced by
+# notify_e2e.sh; every process started here is stopped by stop_desktop.
+#
+# After start_desktop:
+#   WORK            scratch directory (removed by stop_desktop)
+#   HOME            $WORK/home
+#   DISPLAY, DBUS_SESSION_BUS_ADDRESS   the private session
+#   PATH            starts with $WORK/bin, which holds the stubs
+#   $WORK/xdg-open.log      one line per URL opened
+#   $WORK/companion.log     one line per companion-app launch (its arguments)
+#   $WORK/dmenu.in          the last context menu dunst offered
+#   $WORK/want-action       the action key the context-menu stub picks
+
+desktop_pids=()
+
+require_tools() {
+  local missing=()
+  for tool in Xvfb dbus-daemon dunst dunstctl dbus-send python3; do
+    command -v "$tool" >/dev/null 2>&1 || missing+=("$tool")
+  done
+  if ((${#missing[@]})); then
+    echo "SKIP: notify end-to-end test needs ${missing[*]} (not installed)"
+    exit 77
+  fi
+}
+
+write_stub() {  # write_stub NAME BODY
+  printf '#!/bin/sh\n%s\n' "$2" >"$WORK/bin/$1"
+  chmod 755 "$WORK/bin/$1"
+}
+
+start_desktop() {
+  WORK=$(mktemp -d "${TMPDIR:-/tmp}/ac-notify-e2e.XXXXXX")
+  export HOME="$WORK/home"
+  mkdir -p "$HOME" "$WORK/bin"
+  unset XDG_RUNTIME_DIR XDG_DATA_HOME XDG_DATA_DIRS VELA_STATE_DIR
+
+  # -displayfd picks a free display number and tells it once it is ready.
+  Xvfb -displayfd 3 -screen 0 800x600x24 -nolisten tcp 3>"$WORK/display" >/dev/null 2>&1 &
+  desktop_pids+=($!)
+  for _ in $(seq 100); do [ -s "$WORK/display" ] && break; sleep 0.05; done
+  [ -s "$WORK/display" ] || { echo "FAIL: Xvfb did not start"; return 1; }
+  export DISPLAY=":$(head -1 "$WORK/display")"
+
+  dbus-daemon --session --fork --nopidfile --print-address=1 --print-pid=1 >"$WORK/bus" || return 1
+  export DBUS_SESSION_BUS_ADDRESS=$(sed -n 1p "$WORK/bus")
+  desktop_pids+=($(sed -n 2p "$WORK/bus"))
+
+  write_stub xdg-open "echo \"\$*\" >>'$WORK/xdg-open.log'"
+  write_stub vela-companion "echo \"\$*\" >>'$WORK/companion.log'"
+  # dunst pipes its context menu through "dmenu"; the stub answers with the
+  # line of the action named in want-action.
+  write_stub pick-action "cat >'$WORK/dmenu.in'; grep -F \",\$(cat '$WORK/want-action')]\" '$WORK/dmenu.in' | head -1"
+  export PATH="$WORK/bin:$PATH"
+
+  mkdir -p "$HOME/.local/share/applications"
+  printf '[Desktop Entry]\nType=Application\nName=Vela\nExec=vela-companion %%U\n' \
+    >"$HOME/.local/share/applications/com.quorlan.vela.desktop"
+
+  printf '[global]\n    dmenu = %s\n[urgency_low]\n    timeout = 0\n[urgency_normal]\n    timeout = 0\n' \
+    "$WORK/bin/pick-action" >"$WORK/dunstrc"
+  dunst -config "$WORK/dunstrc" >"$WORK/dunst.log" 2>&1 &
+  desktop_pids+=($!)
+  for _ in $(seq 100); do
+    dbus-send --session --print-reply --dest=org.freedesktop.Notifications /org/freedesktop/Notifications \
+      org.freedesktop.Notifications.GetServerInformation >/dev/null 2>&1 && return 0
+    sleep 0.05
+  done
+  echo "FAIL: the notification service did not come up"
+  return 1
+}
+
+stop_desktop() {
+  local pid
+  for pid in "${desktop_pids[@]}"; do kill "$pid" 2>/dev/null; done
+  for pid in "${desktop_pids[@]}"; do
+    for _ in $(seq 40); do kill -0 "$pid" 2>/dev/null || break; sleep 0.05; done
+    kill -9 "$pid" 2>/dev/null
+  done
+  [ -n "${WORK:-}" ] && rm -rf "$WORK"
+}
+
+# Banners on screen now.
+displayed_count() { dunstctl count displayed; }
+
+wait_until() {  # wait_until SECONDS COMMAND...
+  local limit=$1
+  shift
+  local end=$((SECONDS + limit))
+  until "$@"; do
+    ((SECONDS >= end)) && return 1
+    sleep 0.1
+  done
+}
