@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "platform/linux/backends.h"
 #include "platform/linux/ffmpeg_pcm_format.h"
@@ -164,10 +165,14 @@ TEST_F(FFmpegWriterTest, TracksKeepTheirOrderFormatAndDuration) {
   std::vector<std::shared_ptr<WriterInput>> inputs;
   for (const Track& t : tracks) inputs.push_back(add(*w, t.encodeRate, t.encodeChannels));
   start(*w);
+  std::vector<std::thread> queues;  // each track appends from its own thread, as the recorder's queues do
   for (size_t i = 0; i < inputs.size(); ++i) {
-    int64_t frame = 0;
-    feed(*inputs[i], tracks[i].source, 0, 2.0, frame);
+    queues.emplace_back([&, i] {
+      int64_t frame = 0;
+      feed(*inputs[i], tracks[i].source, 0, 2.0, frame);
+    });
   }
+  for (auto& q : queues) q.join();
   finish(*w);
   ASSERT_EQ(w->status(), WriterStatus::completed);
 
@@ -194,11 +199,14 @@ TEST_F(FFmpegWriterTest, TracksKeepTheirOrderFormatAndDuration) {
   EXPECT_GE(countTopLevelBoxes(path("tracks.m4a"), "moof"), 4);
 }
 
-TEST_F(FFmpegWriterTest, GapsBecomeSilenceAndOverlapsAreTrimmed) {
+TEST_F(FFmpegWriterTest, GapsBecomeSilenceOverlapsAreTrimmedAndFormatsMayChange) {
   const Source s{48000, 1, 1000};
   auto w = open("timeline.m4a");
-  auto gap = add(*w, 48000, 1), overlap = add(*w, 48000, 1);
+  auto gap = add(*w, 48000, 1), overlap = add(*w, 48000, 1), change = add(*w, 48000, 1);
   start(*w);
+  int64_t first = 0, second = 0;
+  feed(*change, {44100, 2, 440}, 0, 1.0, first);
+  feed(*change, {48000, 1, 1000, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked, 16}, 1.0, 1.0, second);
   int64_t frame = 0;
   feed(*gap, s, 0, 1.0, frame);
   feed(*gap, s, 1.0, 1.0, frame);  // presents 1.0 s after the audio it follows: 1 s of silence
@@ -216,6 +224,10 @@ TEST_F(FFmpegWriterTest, GapsBecomeSilenceAndOverlapsAreTrimmed) {
   EXPECT_LT(rms(gapPcm, 48000, 1.1, 1.95), 0.001);
   EXPECT_GT(rms(gapPcm, 48000, 2.1, 2.9), 0.3);
   EXPECT_NEAR(decode(path("timeline.m4a"), 1).size() / 48000.0, 1.5 + aacFrame, aacFrame);
+  const auto changePcm = decode(path("timeline.m4a"), 2);
+  EXPECT_NEAR(changePcm.size() / 48000.0, 2.0 + aacFrame, aacFrame);
+  EXPECT_NEAR(frequency(changePcm, 48000, 0.2, 0.9), 440, 3);
+  EXPECT_NEAR(frequency(changePcm, 48000, 1.1, 1.9), 1000, 3);
 }
 
 TEST_F(FFmpegWriterTest, TracksAtDifferentRatesPresentTogether) {
