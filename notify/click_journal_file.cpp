@@ -81,9 +81,12 @@ bool withLock(const std::string& path, const std::function<void()>& body) {
     writeStderr("notify: journal lock busy — leaving it to the holder\n");
     return false;
   }
+  // Closing the descriptor releases the lock, also if body throws.
+  struct Release {
+    int fd;
+    ~Release() { ::close(fd); }
+  } release{fd};
   body();
-  ::flock(fd, LOCK_UN);
-  ::close(fd);
   return true;
 }
 

@@ -147,13 +147,5 @@ TEST(OpenNoteClick, LinksOnlyNoteMarkers) {
   EXPECT_EQ(OpenNoteClick::token("M"), "vela-app:open-note:M");
 }
 
-TEST(ClickRejection, RawValuesInCaseOrder) {
-  const char* expected[] = {"no-target", "not-an-absolute-path", "malformed-apple-notes-target",
-                            "malformed-notion-target", "unbuildable-url", "no-vela-payload",
-                            "unsupported-payload-version", "malformed-payload", "expired",
-                            "malformed-ignore-silence-target", "action-only-target", "malformed-open-note-target"};
-  for (int i = 0; i < 12; ++i) EXPECT_EQ(rawValue(static_cast<NotifyClickRejection>(i)), expected[i]);
-}
-
 }  // namespace
 }  // namespace ac::notify
