@@ -88,6 +88,8 @@ NotifyClickActionResult foldNotifyClickAction(const NotifyClickTarget& target, c
   if (!std::holds_alternative<ClickStartRecording>(target)) return {};
   auto pick = MeetingBanner::parse(actionIdentifier);
   if (!pick) return {};
+  // The plain start needs no roster: it is read only for a template pick.
+  if (std::holds_alternative<MeetingBanner::PlainPick>(*pick)) return {ClickStartRecording{}};
   auto resolution = MeetingBanner::resolve(*pick, roster());
   if (resolution.kind == MeetingBanner::Resolution::Kind::refuse) return {std::nullopt, true};
   return {ClickStartRecording{resolution.templateID}};

@@ -33,6 +33,8 @@ struct NotificationContent {
   // The click envelope; null when the banner carries no user info at all.
   nlohmann::json userInfo;
   std::string categoryIdentifier;
+
+  bool operator==(const NotificationContent&) const = default;
 };
 
 struct NotificationAction {
@@ -40,12 +42,16 @@ struct NotificationAction {
   std::string title;
   bool authenticationRequired = false;
   bool foreground = false;
+
+  bool operator==(const NotificationAction&) const = default;
 };
 
 struct NotificationCategory {
   std::string identifier;
   std::vector<NotificationAction> actions;
   bool customDismissAction = false;
+
+  bool operator==(const NotificationCategory&) const = default;
 };
 
 struct DeliveredNotification {

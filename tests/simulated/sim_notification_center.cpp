@@ -12,6 +12,11 @@ void SimNotificationCenter::setScript(const Script& script) {
   script_ = script;
 }
 
+void SimNotificationCenter::editScript(const std::function<void(Script&)>& edit) {
+  std::lock_guard lock(mutex_);
+  edit(script_);
+}
+
 SimNotificationCenter::Script SimNotificationCenter::script() const {
   std::lock_guard lock(mutex_);
   return script_;

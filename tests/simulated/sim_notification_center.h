@@ -41,6 +41,8 @@ class SimNotificationCenter final : public platform::NotificationCenter {
 
   // --- scripting ---
   void setScript(const Script& script);
+  // Changes some answers, keeping the rest.
+  void editScript(const std::function<void(Script&)>& edit);
   Script script() const;
   void setDelivered(std::vector<platform::DeliveredNotification> delivered);
   void setCategoriesDirectly(std::vector<platform::NotificationCategory> categories);

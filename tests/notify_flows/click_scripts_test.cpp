@@ -1,0 +1,166 @@
+#include <signal.h>
+
+#include "notify/record_start_script.h"
+#include "notify/silence_ignore_script.h"
+#include "tests/notify_flows/notify_flow_fixture.h"
+
+namespace ac::notify::testing {
+namespace {
+
+using ClickScripts = NotifyFlowTest;
+
+const std::string kMarker = "TRANSCRIPT_PENDING_1792530208_4242";
+
+TEST_F(ClickScripts, SilenceScriptGetsTheMarkerMinutesAndNullStreams) {
+  std::string script = home_ + "/silence.sh";
+  writeFile(script,
+            "#!/bin/sh\necho \"$*|$(readlink /proc/self/fd/0)|$(readlink /proc/self/fd/2)\" >" + home_ +
+                "/args\nexit ${SILENCE_STATUS:-0}\n",
+            true);
+  EXPECT_EQ(runSilenceIgnoreScript(script, kMarker, 10, 5), "snoozed");
+  EXPECT_EQ(readFile(home_ + "/args"), kMarker + " 10|/dev/null|/dev/null\n");
+  EXPECT_EQ(runSilenceIgnoreScript(script, kMarker, std::nullopt, 5), "ignored");
+  EXPECT_EQ(readFile(home_ + "/args"), kMarker + "|/dev/null|/dev/null\n");
+  ::setenv("SILENCE_STATUS", "3", 1);
+  EXPECT_EQ(runSilenceIgnoreScript(script, kMarker, 5, 5), "refused (status 3)");
+  ::unsetenv("SILENCE_STATUS");
+  EXPECT_TRUE(runSilenceIgnoreScript(home_ + "/missing.sh", kMarker, 5, 5).starts_with("launch failed: "));
+}
+
+TEST_F(ClickScripts, HungSilenceScriptIsTerminatedThenKilled) {
+  struct Case {
+    const char* what;
+    const char* trap;
+    double atLeast, atMost;
+  };
+  const Case cases[] = {
+      {"stops on SIGTERM", "", 0.2, 0.9},
+      {"ignores SIGTERM, needs SIGKILL", "trap '' TERM\n", 1.2, 2.0},
+  };
+  for (const auto& c : cases) {
+    std::string script = home_ + "/hang.sh";
+    writeFile(script, std::string("#!/bin/sh\n") + c.trap + "echo $$ >" + home_ + "/pid\nwhile :; do sleep 0.05; done\n",
+              true);
+    double start = monotonicSeconds();
+    EXPECT_EQ(runSilenceIgnoreScript(script, kMarker, std::nullopt, 0.2), "timed out after 0.2s") << c.what;
+    double took = monotonicSeconds() - start;
+    EXPECT_GE(took, c.atLeast) << c.what;
+    EXPECT_LE(took, c.atMost) << c.what;
+    pid_t pid = std::stoi(readFile(home_ + "/pid"));
+    EXPECT_NE(::kill(pid, 0), 0) << c.what << ": the script is gone";
+  }
+}
+
+TEST_F(ClickScripts, SilenceClickWithoutAScriptSettlesAtOnce) {
+  int settled = 0;
+  captureStderr();
+  ignoreSilenceFromNotifyClick(kMarker, 5, [&] { ++settled; });
+  EXPECT_EQ(stderrText(), "notify: no silence-ignore script to run\n");
+  EXPECT_EQ(settled, 1);
+}
+
+TEST_F(ClickScripts, SilenceClickRunsTheScriptBesideTheBundleInsideABudget) {
+  desk_.setBundlePath(home_ + "/res/audio-capture-src/Vela.app");
+  writeFile(home_ + "/res/lib/silence-ignore.sh", "#!/bin/sh\necho \"$*\" >" + home_ + "/args\n", true);
+  int settled = 0;
+  captureStderr();
+  ignoreSilenceFromNotifyClick(kMarker, std::nullopt, [&] { ++settled; });
+  EXPECT_EQ(notifyClickHandlers().deadlines.size(), 1u);
+  for (int i = 0; i < 100 && !settled; ++i) runMainQueueFor(0.05);
+  EXPECT_EQ(stderrText(), "notify: ignore-silence — ignored\n");
+  EXPECT_EQ(settled, 1);
+  EXPECT_EQ(readFile(home_ + "/args"), kMarker + "\n");
+  EXPECT_TRUE(notifyClickHandlers().deadlines.empty());
+}
+
+class RecordStart : public NotifyFlowTest {
+ protected:
+  void SetUp() override {
+    NotifyFlowTest::SetUp();
+    script_ = home_ + "/.local/bin/vela-record-start";
+    ::setenv("VELA_STATE_DIR", (home_ + "/state").c_str(), 1);
+  }
+  void TearDown() override {
+    ::unsetenv("VELA_STATE_DIR");
+    ::unsetenv("VELA_TEMPLATE_ID");
+    NotifyFlowTest::TearDown();
+  }
+  void script(const std::string& body) { writeFile(script_, "#!/bin/sh\n" + body, true); }
+  // Nothing but what the test itself put in the temporary directory.
+  bool noCaptureLeft() {
+    for (const auto& e : std::filesystem::directory_iterator(home_))
+      if (e.path().filename().string().starts_with("vela-record-start-click-")) return false;
+    return true;
+  }
+  std::string script_;
+};
+
+TEST_F(RecordStart, NarratedRefusalIsEchoedClassifiedAndTheCaptureRemoved) {
+  script("echo \"template=${VELA_TEMPLATE_ID-unset}\" >" + home_ +
+         "/env\necho 'starting'\necho '> ❌ Lid closed with the built-in speakers as output.' >&2\nexit 1\n");
+  ::setenv("VELA_TEMPLATE_ID", "leaked", 1);
+  captureStderr();
+  EXPECT_EQ(runRecordStartForClick(script_, std::nullopt, 5),
+            RecordStartClickOutcome::refused("Lid closed with the built-in speakers as output."));
+  EXPECT_EQ(stderrText(),
+            "notify: record-start: starting\n"
+            "notify: record-start: > ❌ Lid closed with the built-in speakers as output.\n");
+  EXPECT_EQ(readFile(home_ + "/env"), "template=unset\n");
+  EXPECT_TRUE(noCaptureLeft());
+
+  script("echo \"template=${VELA_TEMPLATE_ID-unset}\" >" + home_ + "/env\n");
+  EXPECT_EQ(runRecordStartForClick(script_, "t2", 5), RecordStartClickOutcome::started());
+  EXPECT_EQ(readFile(home_ + "/env"), "template=t2\n");
+}
+
+TEST_F(RecordStart, UnnarratedFailureAndLaunchFailure) {
+  script("echo 'bash: line 9: oops'\nexit 2\n");
+  captureStderr();
+  EXPECT_EQ(runRecordStartForClick(script_, std::nullopt, 5),
+            RecordStartClickOutcome::refused("record-start exited with status 2."));
+  (void)stderrText();
+  captureStderr();
+  auto outcome = runRecordStartForClick(home_ + "/missing", std::nullopt, 5);
+  std::string err = stderrText();
+  EXPECT_EQ(outcome.kind, RecordStartClickOutcome::Kind::couldNotRun);
+  EXPECT_EQ(err, "notify: record-start launch failed: " + outcome.reason + "\n");
+  EXPECT_TRUE(noCaptureLeft());
+}
+
+TEST_F(RecordStart, AScriptStillRunningIsLeftAloneAndNotReported) {
+  script("echo 'warming up'\nsleep 1\n");
+  captureStderr();
+  EXPECT_EQ(runRecordStartForClick(script_, std::nullopt, 0.2), RecordStartClickOutcome::stillRunning());
+  EXPECT_EQ(stderrText(),
+            "notify: record-start: warming up\n"
+            "notify: record-start still running after 0.2s — not reporting an outcome\n");
+  EXPECT_TRUE(noCaptureLeft());
+}
+
+TEST_F(RecordStart, ClickShowsTheRefusalBannerThenSettles) {
+  script("echo '> ❌ No microphone.'\nexit 1\n");
+  int settled = 0;
+  captureStderr();
+  startRecordingFromNotifyClick(std::nullopt, [&] { ++settled; });
+  for (int i = 0; i < 100 && !settled; ++i) runMainQueueFor(0.05);
+  (void)stderrText();
+  EXPECT_EQ(settled, 1);
+  ASSERT_EQ(center_.added().size(), 1u);
+  EXPECT_EQ(center_.added()[0].content.title, "Couldn't start recording");
+  EXPECT_EQ(center_.added()[0].content.body, "No microphone.");
+  EXPECT_EQ(center_.added()[0].content.soundName, "Basso");
+  EXPECT_TRUE(notifyClickHandlers().deadlines.empty());
+}
+
+TEST_F(RecordStart, ClickWithoutAScriptSaysSo) {
+  int settled = 0;
+  captureStderr();
+  startRecordingFromNotifyClick("t1", [&] { ++settled; });
+  for (int i = 0; i < 100 && !settled; ++i) runMainQueueFor(0.05);
+  EXPECT_EQ(stderrText(), "notify: no record-start script to run\n");
+  ASSERT_EQ(center_.added().size(), 1u);
+  EXPECT_EQ(center_.added()[0].content.body, "Vela couldn't find its record-start script.");
+}
+
+}  // namespace
+}  // namespace ac::notify::testing

@@ -1,0 +1,72 @@
+// The pure parts of the Linux notification backend: desktop-entry command
+// lines, signal names, registry files and the text the bus accepts.
+#include <gtest/gtest.h>
+
+#include "platform/linux/dbus_notification_center.h"
+#include "platform/linux/dbus_notification_registry.h"
+#include "platform/linux/dbus_session.h"
+#include "platform/linux/linux_workspace.h"
+
+namespace ac::platform::linux_backend {
+namespace {
+
+TEST(DesktopEntry, ExecLineSplitsUnquotesAndDropsFieldCodes) {
+  struct Case {
+    const char* text;
+    std::optional<std::vector<std::string>> args;
+  };
+  const Case cases[] = {
+      {"[Desktop Entry]\nName=Vela\nExec=vela %U\n", std::vector<std::string>{"vela"}},
+      {"[Desktop Entry]\nExec=\"/opt/My App/vela\" --from %k --name=%c 100%%\n",
+       std::vector<std::string>{"/opt/My App/vela", "--from", "/x.desktop", "--name=", "100%"}},
+      {"[Desktop Entry]\nExec=sh -c \"echo \\\\\"hi\\\\\" \\\\$HOME\"\n",
+       std::vector<std::string>{"sh", "-c", "echo \"hi\" $HOME"}},
+      {"[Desktop Action new]\nExec=wrong\n[Desktop Entry]\nExec=right\\sside\n",
+       std::vector<std::string>{"right", "side"}},
+      {"[Desktop Entry]\nName=No command\n", std::nullopt},
+  };
+  for (const auto& c : cases) EXPECT_EQ(desktopEntryCommand(c.text, "/x.desktop"), c.args) << c.text;
+}
+
+TEST(DistributedNotification, BecomesASignalOfTheNamespace) {
+  auto s = distributedNotificationSignal("com.quorlan.vela.open-tab");
+  ASSERT_TRUE(s);
+  EXPECT_EQ(s->path, "/com/quorlan/vela");
+  EXPECT_EQ(s->interface, "com.quorlan.vela");
+  EXPECT_EQ(s->member, "OpenTab");
+  for (const char* bad : {"nodots", "a.b.", "a.b.1tab", "a.b.open tab"})
+    EXPECT_EQ(distributedNotificationSignal(bad), std::nullopt) << bad;
+}
+
+TEST(Registry, RowsAndCategoriesRoundTripAndBadRowsAreSkipped) {
+  NotificationContent content{"T", "B & <b>", "Glass", nlohmann::json{{"vela_click_v", 1}}, "cat"};
+  std::vector<RegistryRow> rows = {{"REQ", ":1.5", 7, content, 12.5}, {"PLAIN", ":1.5", 8, {}, 13}};
+  EXPECT_EQ(decodeRegistryRows(encodeRegistryRows(rows)), rows);
+  EXPECT_EQ(decodeRegistryRows(R"({"v":1,"rows":[{"id":"","server":":1","server_id":1},7,
+                                   {"id":"OK","server":":1","server_id":3}]})")
+                .size(),
+            1u);
+  EXPECT_TRUE(decodeRegistryRows(R"({"v":2,"rows":[]})").empty());
+  EXPECT_TRUE(decodeRegistryRows("not json").empty());
+
+  std::vector<NotificationCategory> categories = {{"c1", {{"a", "A", true, false}, {"b", "B", false, true}}, true}};
+  auto back = decodeCategories(encodeCategories(categories));
+  ASSERT_EQ(back.size(), 1u);
+  EXPECT_EQ(back[0].identifier, "c1");
+  EXPECT_EQ(back[0].actions.size(), 2u);
+  EXPECT_TRUE(back[0].actions[0].authenticationRequired);
+  EXPECT_TRUE(back[0].actions[1].foreground);
+  EXPECT_TRUE(back[0].customDismissAction);
+}
+
+TEST(BusText, MarkupIsEscapedAndInvalidUTF8Repaired) {
+  EXPECT_EQ(escapeBodyMarkup("a & <b> c"), "a &amp; &lt;b&gt; c");
+  EXPECT_EQ(dbus_args::repairedUTF8("ok é ✓"), "ok é ✓");
+  EXPECT_EQ(dbus_args::repairedUTF8("a\xff" "b"), "a\xEF\xBF\xBD" "b");
+  EXPECT_EQ(dbus_args::repairedUTF8("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");      // overlong
+  EXPECT_EQ(dbus_args::repairedUTF8("\xED\xA0\x80"), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");  // surrogate
+  EXPECT_EQ(dbus_args::repairedUTF8("cut \xE2\x9C"), "cut \xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+}  // namespace
+}  // namespace ac::platform::linux_backend
