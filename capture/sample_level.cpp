@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/log.h"
+
 namespace ac::capture {
 
 float maxAbsSample(const platform::AudioBuffer& buffer, size_t limit) {
@@ -28,23 +30,15 @@ void raisePeak(std::atomic<float>& peak, float value) {
 }
 
 std::string formatFloat(float v) {
-  // Shortest text that reads back as the same float, with at least one
-  // fractional digit.
-  if (std::isnan(v)) return "nan";
-  if (std::isinf(v)) return v > 0 ? "inf" : "-inf";
-  char buf[64];
-  float mag = std::fabs(v);
-  if (mag == 0 || (mag >= 1e-4f && mag < 1e16f)) {
-    for (int decimals = 1; decimals <= 12; ++decimals) {
-      std::snprintf(buf, sizeof buf, "%.*f", decimals, double(v));
-      if (std::strtof(buf, nullptr) == v) return buf;
-    }
-  }
+  // The shortest decimal that reads back as the same float, printed the way
+  // rates are, so 0.1f shows as "0.1" rather than its double expansion.
+  if (!std::isfinite(v)) return formatDouble(v);
+  char buf[32];
   for (int precision = 1; precision <= 9; ++precision) {
     std::snprintf(buf, sizeof buf, "%.*g", precision, double(v));
     if (std::strtof(buf, nullptr) == v) break;
   }
-  return buf;
+  return formatDouble(std::strtod(buf, nullptr));
 }
 
 }  // namespace ac::capture

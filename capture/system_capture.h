@@ -62,7 +62,10 @@ class SystemCapture {
   void setup();
   // The adopted tap format (what the system track's encoder is sized for).
   platform::StreamFormat systemFormat() const;
-  // Creates and starts the first IOProc. Throws CaptureError.
+  // Creates and starts the first IOProc and logs "system IOProc started".
+  // Throws CaptureError ("AudioDeviceCreateIOProcIDWithBlock failed",
+  // "AudioDeviceStart failed"); a proc that failed to start is kept for
+  // teardown.
   void start();
   // Default-output and tap-format listeners (installed after start()).
   void installListeners();
@@ -70,8 +73,11 @@ class SystemCapture {
   // Marks the chain stopped under the rebuild lock, then runs whileLocked
   // still holding it, so no repair overlaps what follows.
   void markStopped(const std::function<void()>& whileLocked);
-  // Stops and destroys the IOProc, the aggregate and the tap; frees the
-  // scratch list only when the IOProc is proven quiesced.
+  // Stops and destroys the IOProc, the aggregate and the tap, logging each
+  // "teardown: …" step; frees the scratch list only when the IOProc is
+  // proven quiesced. Removes listeners still installed; safe to call twice
+  // and from inside markStopped's callback. The destructor runs it when
+  // anything is left.
   void teardown();
   SystemCaptureStats stats() const;
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "capture/sample_level.h"
 #include "capture_fixture.h"
 
 namespace ac::capture {
@@ -174,6 +175,13 @@ TEST(SystemIOProc, NoWriterInputOnlyCounts) {
   EXPECT_EQ(rig.state.ioProcCalls.load(), 1);
   EXPECT_EQ(rig.samples(), 0u);
   EXPECT_TRUE(rig.logs.lines().empty());
+}
+
+TEST(SampleLevel, PrintsTheShortestFloat) {
+  EXPECT_EQ(formatFloat(0.0f), "0.0");
+  EXPECT_EQ(formatFloat(0.1f), "0.1");
+  EXPECT_EQ(formatFloat(1.0f), "1.0");
+  EXPECT_EQ(formatFloat(0.123456789f), "0.12345679");
 }
 
 TEST(TapScratch, SizedBetweenTwoAndTheCap) {

@@ -402,31 +402,28 @@ OSStatus SimAudioHardware::createIOProc(AudioObjectID device, const std::string&
   return 0;
 }
 
-OSStatus SimAudioHardware::startDevice(AudioObjectID device, IOProcID proc) {
-  if (auto st = scripted("AudioDeviceStart")) return *st;
-  std::lock_guard lock(mutex_);
-  OSStatus status;
-  if (auto p = procLocked(device, proc, status)) p->running_ = true;
-  return status;
-}
-
-OSStatus SimAudioHardware::stopDevice(AudioObjectID device, IOProcID proc) {
-  if (auto st = scripted("AudioDeviceStop")) return *st;
-  std::lock_guard lock(mutex_);
-  OSStatus status;
-  if (auto p = procLocked(device, proc, status)) p->running_ = false;
-  return status;
-}
-
-OSStatus SimAudioHardware::destroyIOProc(AudioObjectID device, IOProcID proc) {
-  if (auto st = scripted("AudioDeviceDestroyIOProcID")) return *st;
+OSStatus SimAudioHardware::changeProc(const char* call, AudioObjectID device, IOProcID proc, bool running,
+                                      bool destroyed) {
+  if (auto st = scripted(call)) return *st;
   std::lock_guard lock(mutex_);
   OSStatus status;
   if (auto p = procLocked(device, proc, status)) {
-    p->running_ = false;
-    p->destroyed_ = true;
+    p->running_ = running;
+    p->destroyed_ = destroyed;
   }
   return status;
+}
+
+OSStatus SimAudioHardware::startDevice(AudioObjectID device, IOProcID proc) {
+  return changeProc("AudioDeviceStart", device, proc, true, false);
+}
+
+OSStatus SimAudioHardware::stopDevice(AudioObjectID device, IOProcID proc) {
+  return changeProc("AudioDeviceStop", device, proc, false, false);
+}
+
+OSStatus SimAudioHardware::destroyIOProc(AudioObjectID device, IOProcID proc) {
+  return changeProc("AudioDeviceDestroyIOProcID", device, proc, false, true);
 }
 
 // --- listeners and time ---

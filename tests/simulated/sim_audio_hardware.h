@@ -175,6 +175,8 @@ class SimAudioHardware final : public platform::AudioHardware {
   std::optional<OSStatus> scripted(const std::string& call);
   void fire(AudioObjectID object, platform::ListenedProperty property);
   std::shared_ptr<SimIOProc> procLocked(AudioObjectID device, platform::IOProcID proc, OSStatus& status);
+  // Start, stop and destroy: the proc's new state when the call succeeds.
+  OSStatus changeProc(const char* call, AudioObjectID device, platform::IOProcID proc, bool running, bool destroyed);
 
   mutable std::mutex mutex_;
   std::condition_variable idle_;
