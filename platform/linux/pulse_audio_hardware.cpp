@@ -17,7 +17,6 @@ std::unique_ptr<AudioHardware> makePulseAudioHardware() {
 PulseAudioHardware::PulseAudioHardware(std::shared_ptr<PulseConnection> connection)
     : connection_(std::move(connection)) {}
 
-PulseAudioHardware::~PulseAudioHardware() = default;
 
 OSStatus PulseAudioHardware::snapshot(Snapshot& out) { return readSnapshot(*connection_, out); }
 

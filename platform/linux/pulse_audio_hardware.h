@@ -13,6 +13,8 @@
 // label, is the one thread its block is called on.
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -28,7 +30,6 @@ namespace ac::platform::linux_backend {
 class PulseConnection;
 class PulseWatch;
 class PulseIOProc;
-struct HardwareListener;
 
 class PulseAudioHardware final : public AudioHardware {
  public:
@@ -71,6 +72,9 @@ class PulseAudioHardware final : public AudioHardware {
   struct Tap {
     std::string uid;
     std::string capturedSink;  // the sink recorded last (see tapSinkName)
+    // The rate tapFormat last reported: IOProcs record at it, so what they
+    // deliver is what the core was told, until it reads the format again.
+    uint32_t reportedRate = 0;
     std::optional<TapShape> watchedShape;  // what its listeners last saw
   };
   struct Aggregate {
@@ -79,6 +83,14 @@ class PulseAudioHardware final : public AudioHardware {
     std::string master;
     AudioObjectID tap = 0;
     nlohmann::json description;
+  };
+  struct Listener {
+    AudioObjectID object;
+    ListenedProperty property;
+    ::ac::SerialQueue* queue;
+    ListenerBlock block;
+    // Cleared on removal; a block already queued checks it before running.
+    std::shared_ptr<std::atomic<bool>> active;
   };
   // A device as one snapshot shows it.
   struct DeviceView {
@@ -93,9 +105,14 @@ class PulseAudioHardware final : public AudioHardware {
   OSStatus view(AudioObjectID id, const Snapshot& snap, DeviceView& out);
   // The sink a tap records now (mutex_ held).
   std::string tapSinkLocked(AudioObjectID tapID, const Tap& tap, const Snapshot& snap) const;
-  // Fires tap-format listeners whose tap's rate or channels moved.
-  void checkTapShapes(const Snapshot& snap);
+  // The live aggregate of a tap (the newest), or none (mutex_ held).
+  const Aggregate* aggregateOfTapLocked(AudioObjectID tapID) const;
+  // Fires tap-format listeners whose tap's rate or channels moved (mutex_
+  // held).
+  void checkTapShapesLocked(const Snapshot& snap);
+  void fireLocked(const std::function<bool(const Listener&)>& matches);
   void onServerChange(const Snapshot& before, const Snapshot& after);
+  // Subscribes to server changes once; non-zero when the server is away.
   OSStatus ensureWatching();
 
   std::shared_ptr<PulseConnection> connection_;
@@ -104,12 +121,19 @@ class PulseAudioHardware final : public AudioHardware {
   mutable std::mutex mutex_;
   std::map<AudioObjectID, Tap> taps_;
   std::map<AudioObjectID, Aggregate> aggregates_;
-  std::map<IOProcID, std::shared_ptr<PulseIOProc>> ioProcs_;
-  std::map<ListenerID, std::shared_ptr<HardwareListener>> listeners_;
+  struct IOProcRecord {
+    AudioObjectID device;
+    std::shared_ptr<PulseIOProc> proc;
+  };
+  std::map<IOProcID, IOProcRecord> ioProcs_;
+  std::map<ListenerID, Listener> listeners_;
   uint64_t nextTapNumber_ = 1;
   IOProcID nextIOProc_ = 1;
   ListenerID nextListener_ = 1;
 
+  // Taken without mutex_: subscribing waits on the watch queue, whose
+  // subscriber takes mutex_.
+  std::mutex watchMutex_;
   std::shared_ptr<PulseWatch> watch_;
   uint64_t watchToken_ = 0;
 };

@@ -72,6 +72,8 @@ class PulseConnection {
   void signal();
   bool onLoopThread() const;
   pa_threaded_mainloop* loop() const { return loop_; }
+  // The server string it was made with (empty: libpulse's default).
+  const std::string& server() const { return server_; }
 
   // Called on the loop thread for every sink, source or server event, and
   // after each successful (re)connection, since anything may have changed

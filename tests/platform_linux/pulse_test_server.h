@@ -7,13 +7,18 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include <pulse/simple.h>
 #include <unistd.h>
 
 namespace ac::testing {
@@ -51,6 +56,37 @@ inline bool eventually(const std::function<bool()>& cond, double seconds = 3.0) 
   return cond();
 }
 
+// Keeps a low-latency record stream on a source. A null sink renders in
+// blocks as long as the lowest latency anyone asks of it, and without a
+// request that is two seconds: a test sink with a holder on its monitor
+// renders in 5 ms steps, as real hardware would.
+class LatencyHolder {
+ public:
+  // At the source's own rate: a stream at another rate could switch an idle
+  // sink to it.
+  LatencyHolder(const std::string& source, uint32_t rate) {
+    pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, rate, 2};
+    pa_buffer_attr attr{uint32_t(-1), uint32_t(-1), uint32_t(-1), uint32_t(-1), uint32_t(pa_usec_to_bytes(5000, &spec))};
+    stream_ = pa_simple_new(nullptr, "c1-test", PA_STREAM_RECORD, source.c_str(), "latency holder", &spec, nullptr,
+                            &attr, nullptr);
+    if (stream_) thread_ = std::thread([this] {
+        char buf[1920];
+        while (!stop_ && pa_simple_read(stream_, buf, sizeof buf, nullptr) == 0) {
+        }
+      });
+  }
+  ~LatencyHolder() {
+    stop_ = true;
+    if (thread_.joinable()) thread_.join();
+    if (stream_) pa_simple_free(stream_);
+  }
+
+ private:
+  pa_simple* stream_ = nullptr;
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
 class PulseServerTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
@@ -67,6 +103,7 @@ class PulseServerTest : public ::testing::Test {
 
   void TearDown() override {
     if (!reachable()) return;
+    holders_.clear();
     for (auto it = modules_.rbegin(); it != modules_.rend(); ++it) pactl("unload-module " + *it);
     if (!savedSink_.empty()) pactl("set-default-sink " + savedSink_);
     if (!savedSource_.empty()) pactl("set-default-source " + savedSource_);
@@ -90,9 +127,16 @@ class PulseServerTest : public ::testing::Test {
     std::erase(modules_, index);
   }
 
+  // A null sink that renders in small steps from the start (see
+  // LatencyHolder): the restart after the holder attached drops the
+  // two-second block it began with.
   std::string addSink(const std::string& name, const std::string& description, int rate = 48000) {
-    return loadModule("module-null-sink sink_name=" + name + " rate=" + std::to_string(rate) +
-                      " sink_properties=device.description=" + description);
+    std::string index = loadModule("module-null-sink sink_name=" + name + " rate=" + std::to_string(rate) +
+                                   " sink_properties=device.description=" + description);
+    holders_.push_back(std::make_unique<LatencyHolder>(name + ".monitor", rate));
+    pactl("suspend-sink " + name + " 1");
+    pactl("suspend-sink " + name + " 0");
+    return index;
   }
   // An input source that hears what `sink` plays (a microphone stand-in).
   std::string addMicOn(const std::string& sink, const std::string& name, const std::string& description) {
@@ -107,26 +151,42 @@ class PulseServerTest : public ::testing::Test {
 
  private:
   std::vector<std::string> modules_;
+  std::vector<std::unique_ptr<LatencyHolder>> holders_;
   std::string savedSink_, savedSource_;
   int counter_ = 0;
 };
 
-// Plays interleaved float32 stereo 48 kHz audio into a sink through pacat;
-// the destructor waits until it has been played.
+// Plays interleaved float32 stereo 48 kHz audio into a sink from a thread
+// of its own. The destructor stops it at once, whatever is left unplayed,
+// so a test never waits for a drain.
 class TonePlayer {
  public:
-  TonePlayer(const std::string& sink, const std::vector<float>& interleavedStereo) {
-    std::string cmd = "pacat --playback --raw --format=float32le --rate=48000 --channels=2 --latency-msec=20 -d " + sink;
-    pipe_ = popen(cmd.c_str(), "w");
-    if (pipe_) fwrite(interleavedStereo.data(), sizeof(float), interleavedStereo.size(), pipe_);
+  TonePlayer(const std::string& sink, std::vector<float> interleavedStereo) {
+    pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, 48000, 2};
+    pa_buffer_attr attr{uint32_t(-1), uint32_t(pa_usec_to_bytes(20000, &spec)), uint32_t(-1), uint32_t(-1),
+                        uint32_t(-1)};
+    stream_ = pa_simple_new(nullptr, "c1-test", PA_STREAM_PLAYBACK, sink.c_str(), "tone", &spec, nullptr, &attr,
+                            nullptr);
+    if (!stream_) return;
+    thread_ = std::thread([this, audio = std::move(interleavedStereo)] {
+      const size_t step = 480 * 2;  // 10 ms
+      for (size_t i = 0; i < audio.size() && !stop_; i += step) {
+        size_t n = std::min(step, audio.size() - i);
+        if (pa_simple_write(stream_, audio.data() + i, n * sizeof(float), nullptr) < 0) break;
+      }
+    });
   }
   ~TonePlayer() {
-    if (pipe_) pclose(pipe_);
+    stop_ = true;
+    if (thread_.joinable()) thread_.join();
+    if (stream_) pa_simple_free(stream_);
   }
-  bool ok() const { return pipe_ != nullptr; }
+  bool ok() const { return stream_ != nullptr; }
 
  private:
-  FILE* pipe_ = nullptr;
+  pa_simple* stream_ = nullptr;
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
 };
 
 // Silence for leadSeconds, then a sine of `amplitude` for toneSeconds.

@@ -1,0 +1,45 @@
+// One IOProc of the hardware seam: a record stream on an aggregate's
+// main-sink monitor, with a connection and loop thread of its own, so the
+// thread that calls the block is named after the IOProc's queue and no
+// device query or other stream ever delays it.
+//
+// The block receives a one-buffer list pointing at libpulse's bytes
+// (interleaved float stereo, valid during the call) and a time stamp whose
+// hostTime is the CLOCK_MONOTONIC nanosecond at which the first frame was
+// captured, and whose sampleTime counts frames since start().
+#pragma once
+
+#include <string>
+
+#include "platform/audio_hardware.h"
+#include "platform/linux/pulse_connection.h"
+#include "platform/linux/pulse_record_stream.h"
+
+namespace ac::platform::linux_backend {
+
+class PulseIOProc {
+ public:
+  PulseIOProc(const std::string& queueLabel, const std::string& server, IOBlock block);
+  ~PulseIOProc();
+
+  // Starts recording monitorSource at `rate`; a running IOProc stays as is.
+  OSStatus start(const std::string& monitorSource, uint32_t rate);
+  // After it returns no block call is running or will run.
+  OSStatus stop();
+  bool running() const { return stream_.running(); }
+
+  static constexpr uint32_t kFragmentMs = 10;
+
+ private:
+  // The time stamp's validity flags, as the other platform numbers them.
+  static constexpr uint32_t kSampleTimeValid = 1u << 0;
+  static constexpr uint32_t kHostTimeValid = 1u << 1;
+
+  void deliver(const CapturedChunk& chunk);
+
+  IOBlock block_;
+  PulseConnection connection_;
+  PulseRecordStream stream_;
+};
+
+}  // namespace ac::platform::linux_backend

@@ -1,0 +1,242 @@
+// Taps, aggregates, IOProcs and listeners of the PulseAudio hardware seam
+// against a live server.
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstdio>
+#include <mutex>
+
+#include "platform/linux/pulse_audio_hardware.h"
+#include "platform/linux/pulse_connection.h"
+#include "platform_linux/pulse_test_server.h"
+#include "support/dispatch.h"
+
+namespace ac::platform::linux_backend {
+namespace {
+
+using ac::testing::eventually;
+using ac::testing::pactl;
+
+// What an IOProc block saw, chunk by chunk.
+struct Capture {
+  struct Chunk {
+    uint64_t hostTime, calledAt;
+    double sampleTime;
+    uint32_t frames, buffers, channels;
+    float peak;
+  };
+  std::mutex mutex;
+  std::vector<Chunk> chunks;
+  std::string threadName;
+  std::atomic<int> calls{0};
+
+  IOBlock block(AudioHardware& hw) {
+    return [this, &hw](const AudioBufferList* list, const AudioTimeStamp* time) {
+      uint64_t now = hw.hostTimeNow();
+      const AudioBuffer& b = list->buffers[0];
+      float peak = 0;
+      const auto* f = static_cast<const float*>(b.data);
+      for (uint32_t i = 0; i < b.dataByteSize / 4; ++i) peak = std::max(peak, std::fabs(f[i]));
+      char name[16] = {};
+      pthread_getname_np(pthread_self(), name, sizeof name);
+      std::lock_guard<std::mutex> g(mutex);
+      threadName = name;
+      chunks.push_back({time->hostTime, now, time->sampleTime, b.dataByteSize / 8, list->numberBuffers,
+                        b.numberChannels, peak});
+      ++calls;
+    };
+  }
+  std::vector<Chunk> snapshot() {
+    std::lock_guard<std::mutex> g(mutex);
+    return chunks;
+  }
+};
+
+class PulseHardwareCapture : public ac::testing::PulseServerTest {
+ protected:
+  AudioObjectID makeTap() {
+    AudioObjectID tap = 0;
+    EXPECT_EQ(hw.createProcessTap(TapDescription{}, tap), 0);
+    return tap;
+  }
+  AudioObjectID makeAggregate(const std::string& master, AudioObjectID tap) {
+    std::optional<std::string> uid;
+    EXPECT_EQ(hw.tapUID(tap, uid), 0);
+    nlohmann::json d = {{"name", "audio-capture system tap"}, {"uid", "agg-" + master}, {"master", master},
+                        {"private", 1}, {"stacked", 0}, {"taps", {{{"uid", uid.value_or("")}, {"drift", 1}}}},
+                        {"subdevices", {{{"uid", master}}}}};
+    AudioObjectID agg = 0;
+    EXPECT_EQ(hw.createAggregateDevice(d, agg), 0);
+    return agg;
+  }
+  std::vector<uint32_t> inputChannels(AudioObjectID id) {
+    uint32_t size = 0;
+    EXPECT_EQ(hw.streamConfigurationByteSize(id, Scope::input, size), 0);
+    std::vector<uint8_t> room(std::max<uint32_t>(size, 24), 0);
+    EXPECT_EQ(hw.streamConfiguration(id, Scope::input, room.data(), size), 0);
+    auto* list = reinterpret_cast<AudioBufferList*>(room.data());
+    std::vector<uint32_t> channels;
+    for (uint32_t i = 0; i < list->numberBuffers; ++i) channels.push_back(list->buffers[i].numberChannels);
+    return channels;
+  }
+  AudioObjectID idOf(const std::string& uid) {
+    AudioObjectID id = 0;
+    EXPECT_EQ(hw.translateUIDToDevice(uid, id), 0);
+    return id;
+  }
+
+  PulseAudioHardware hw{PulseConnection::shared()};
+  SerialQueue queue{"c1.listeners"};
+};
+
+TEST_F(PulseHardwareCapture, TapFollowsTheSinkItRecordsAndTheAggregateShowsOnlyTheTap) {
+  std::string a = uniqueName("a"), b = uniqueName("b");
+  addSink(a, "C1-A", 48000);
+  addSink(b, "C1-B", 44100);
+  pactl("set-default-sink " + a);
+
+  AudioObjectID tap = makeTap();
+  std::optional<std::string> uid;
+  ASSERT_EQ(hw.tapUID(tap, uid), 0);
+  EXPECT_EQ(uid.value_or("").rfind("pulse-tap-", 0), 0u);
+  StreamFormat f;
+  ASSERT_EQ(hw.tapFormat(tap, f), 0);
+  EXPECT_EQ(std::memcmp(&f, &(const StreamFormat&)floatPCMFormat(48000, 2), sizeof f), 0);
+
+  std::atomic<int> fired{0};
+  std::atomic<bool> onQueue{true};
+  ListenerID listener = 0;
+  ASSERT_EQ(hw.addPropertyListener(tap, ListenedProperty::tapFormat, queue,
+                                   [&] { onQueue = onQueue && queue.isCurrent(), ++fired; }, listener),
+            0);
+
+  AudioObjectID agg = makeAggregate(b, tap);
+  ASSERT_EQ(hw.tapFormat(tap, f), 0);
+  EXPECT_EQ(f.sampleRate, 44100);
+  EXPECT_TRUE(eventually([&] { return fired == 1; }));
+  EXPECT_TRUE(onQueue);
+  EXPECT_EQ(inputChannels(agg), std::vector<uint32_t>{2});
+  EXPECT_EQ(inputChannels(idOf(b)), std::vector<uint32_t>{});
+  EXPECT_EQ(idOf("agg-" + b), agg);
+
+  nlohmann::json noTap = {{"master", b}, {"taps", {{{"uid", "no-such-tap"}}}}};
+  nlohmann::json noSink = {{"master", "no-such-sink"}, {"taps", {{{"uid", *uid}}}}};
+  nlohmann::json noMaster = {{"taps", {{{"uid", *uid}}}}};
+  for (const auto& d : {noTap, noSink, noMaster}) {
+    AudioObjectID none = 0;
+    EXPECT_NE(hw.createAggregateDevice(d, none), 0) << d.dump();
+  }
+  EXPECT_EQ(hw.removePropertyListener(tap, ListenedProperty::tapFormat, listener), 0);
+  EXPECT_EQ(hw.destroyAggregateDevice(agg), 0);
+  EXPECT_EQ(hw.destroyProcessTap(tap), 0);
+}
+
+TEST_F(PulseHardwareCapture, IOProcDeliversThePlayedMixWithSteadyHostTimesAndNothingAfterStop) {
+  std::string s = uniqueName("spk"), t = uniqueName("hdmi");
+  addSink(s, "C1-Speaker");
+  addSink(t, "C1-HDMI");
+  pactl("set-default-sink " + s);
+  AudioObjectID tap = makeTap();
+  StreamFormat f;
+  ASSERT_EQ(hw.tapFormat(tap, f), 0);
+  AudioObjectID agg = makeAggregate(s, tap);
+
+  Capture cap;
+  IOProcID proc = 0;
+  ASSERT_EQ(hw.createIOProc(agg, "audio-capture.ioproc", cap.block(hw), proc), 0);
+  ASSERT_EQ(hw.startDevice(agg, proc), 0);
+  ac::testing::TonePlayer player(s, ac::testing::leadThenTone(0.1, 2.0));
+  ASSERT_TRUE(player.ok());
+  ASSERT_TRUE(eventually([&] {
+    auto c = cap.snapshot();
+    return std::any_of(c.begin(), c.end(), [](const Capture::Chunk& k) { return k.peak > 0.5f; });
+  }));
+  usleep(200000);
+  ASSERT_EQ(hw.stopDevice(agg, proc), 0);
+  int callsAtStop = cap.calls;
+  usleep(100000);
+  EXPECT_EQ(cap.calls, callsAtStop);
+
+  auto chunks = cap.snapshot();
+  ASSERT_GT(chunks.size(), 10u);
+  EXPECT_EQ(cap.threadName, "audio-capture.i");  // the queue label, cut to the kernel's 15 bytes
+  double worstStep = 0;
+  int64_t maxLag = INT64_MIN, minLag = INT64_MAX;
+  for (size_t i = 0; i < chunks.size(); ++i) {
+    const auto& c = chunks[i];
+    EXPECT_EQ(c.buffers, 1u);
+    EXPECT_EQ(c.channels, 2u);
+    // Captured before the block ran (within the server's rendering
+    // jitter), and not long before.
+    int64_t lag = int64_t(c.calledAt - c.hostTime);
+    EXPECT_GT(lag, -2'000'000);
+    EXPECT_LT(lag, 150'000'000);
+    maxLag = std::max(maxLag, lag), minLag = std::min(minLag, lag);
+    if (i == 0) continue;
+    const auto& p = chunks[i - 1];
+    EXPECT_EQ(c.sampleTime, p.sampleTime + p.frames);
+    double expected = p.frames * 1e9 / 48000, step = double(int64_t(c.hostTime - p.hostTime));
+    worstStep = std::max(worstStep, std::fabs(step - expected));
+  }
+  EXPECT_LT(worstStep, 1e6) << "stamps must advance by frames/rate";
+  std::printf("chunks=%zu worst step error=%.1f us, lag %.2f..%.2f ms\n", chunks.size(), worstStep / 1e3,
+              minLag / 1e6, maxLag / 1e6);
+
+  // A rebuild on another sink while the tap lives on.
+  ASSERT_EQ(hw.destroyIOProc(agg, proc), 0);
+  ASSERT_EQ(hw.destroyAggregateDevice(agg), 0);
+  AudioObjectID agg2 = makeAggregate(t, tap);
+  ac::testing::TonePlayer player2(t, ac::testing::leadThenTone(0, 2.0));
+  Capture cap2;
+  IOProcID proc2 = 0;
+  ASSERT_EQ(hw.createIOProc(agg2, "audio-capture.ioproc", cap2.block(hw), proc2), 0);
+  ASSERT_EQ(hw.startDevice(agg2, proc2), 0);
+  EXPECT_TRUE(eventually([&] { return cap2.calls > 5; }));
+  // Destroying the aggregate stops its IOProc too.
+  ASSERT_EQ(hw.destroyAggregateDevice(agg2), 0);
+  int calls2 = cap2.calls;
+  usleep(50000);
+  EXPECT_EQ(cap2.calls, calls2);
+  EXPECT_NE(hw.destroyIOProc(agg2, proc2), 0);
+  EXPECT_EQ(hw.destroyProcessTap(tap), 0);
+}
+
+TEST_F(PulseHardwareCapture, DefaultDeviceListenersFireOnTheirQueueUntilRemoved) {
+  std::string a = uniqueName("a"), b = uniqueName("b"), mic1 = uniqueName("mic"), mic2 = uniqueName("mic");
+  addSink(a, "C1-A");
+  addSink(b, "C1-B");
+  addMicOn(a, mic1, "C1-Mic-1");
+  addMicOn(a, mic2, "C1-Mic-2");
+  pactl("set-default-sink " + a);
+  pactl("set-default-source " + mic1);
+
+  std::atomic<int> outputs{0}, inputs{0};
+  std::atomic<bool> onQueue{true};
+  ListenerID out = 0, in = 0;
+  ASSERT_EQ(hw.addPropertyListener(kAudioObjectSystemObject, ListenedProperty::defaultOutputDevice, queue,
+                                   [&] { onQueue = onQueue && queue.isCurrent(), ++outputs; }, out),
+            0);
+  ASSERT_EQ(hw.addPropertyListener(kAudioObjectSystemObject, ListenedProperty::defaultInputDevice, queue,
+                                   [&] { ++inputs; }, in),
+            0);
+  pactl("set-default-sink " + b);
+  EXPECT_TRUE(eventually([&] { return outputs == 1; }));
+  EXPECT_TRUE(onQueue);
+  pactl("set-default-source " + mic2);
+  EXPECT_TRUE(eventually([&] { return inputs == 1; }));
+  EXPECT_EQ(outputs, 1);
+
+  ASSERT_EQ(hw.removePropertyListener(kAudioObjectSystemObject, ListenedProperty::defaultOutputDevice, out), 0);
+  pactl("set-default-sink " + a);
+  usleep(200000);
+  queue.sync([] {});
+  EXPECT_EQ(outputs, 1);
+  EXPECT_EQ(hw.removePropertyListener(kAudioObjectSystemObject, ListenedProperty::defaultInputDevice, in), 0);
+  EXPECT_NE(hw.removePropertyListener(kAudioObjectSystemObject, ListenedProperty::defaultInputDevice, in), 0);
+}
+
+}  // namespace
+}  // namespace ac::platform::linux_backend
