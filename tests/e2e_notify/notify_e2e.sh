@@ -91,9 +91,9 @@ check "meeting prompt registered three actions" \
 tpl=$(python3 -c '
 import hashlib; print("vela.act:tpl:" + hashlib.sha256(b"t2\nClient").hexdigest()[:32] + ":t2")')
 pick "$tpl"
+check "template action ran record-start with its template" wait_until 5 file_has "$WORK/record-start.log" "template=t2"
 check "menu offered Start recording, Standup and Client" sh -c \
   "grep -q '#Start recording' '$WORK/dmenu.in' && grep -q '#Standup' '$WORK/dmenu.in' && grep -q '#Client' '$WORK/dmenu.in'"
-check "template action ran record-start with its template" wait_until 5 file_has "$WORK/record-start.log" "template=t2"
 exited_within 8 $poster
 dunstctl close-all
 
@@ -134,6 +134,12 @@ check "state directory tightened back to 0700" test "$(stat -c %a "$STATE")" = 7
 "$BIN" --request-notif-auth 2>/dev/null
 check "request wrote the marker" sh -c "head -2 '$STATE/.notif-auth-requested' | tr '\n' ' ' | grep -qx 'version=2 status=authorized '"
 check "request log starts with the bundle line" sh -c "head -1 '$STATE/notif-auth.log' | grep -q '^\[notif-auth\] start; bundleID=com.quorlan.vela.audio-capture path=$RES/audio-capture-src/bin$'"
+
+echo "# a bare launch"
+out=$("$BIN" 2>&1)
+status=$?
+check "a bare launch routes nothing and says why" test "$status:$out" = \
+  "0:notify: this notification service never relaunches on a click — nothing to route"
 
 echo "# many posters and withdrawals at once"
 pids=()
