@@ -72,9 +72,14 @@ namespace {
 template <class Visit>
 icu::UnicodeString walkCharacters(std::string_view utf8Text, Visit visit) {
   icu::UnicodeString s = icu::UnicodeString::fromUTF8(icu::StringPiece(utf8Text.data(), static_cast<int32_t>(utf8Text.size())));
-  UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<icu::BreakIterator> it(icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-  if (U_FAILURE(status) || !it) {
+  // Creating an iterator loads break rules; one per thread is reused.
+  thread_local std::unique_ptr<icu::BreakIterator> it = [] {
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::BreakIterator> created(
+        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    return U_SUCCESS(status) ? std::move(created) : nullptr;
+  }();
+  if (!it) {
     // Without break data fall back to code points, which never undercounts.
     for (int32_t i = 0; i < s.length();) {
       int32_t next = s.moveIndex32(i, 1);
