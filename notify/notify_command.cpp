@@ -71,6 +71,8 @@ NotifyDelegate& installNotifyDelegate(std::function<void()> done, std::function<
   return *delegates.back();
 }
 
+void installRecordingNotifyDelegate() { installNotifyDelegate(); }
+
 namespace {
 
 // Reads the authorization, records it, and asks once when allowed and

@@ -21,6 +21,11 @@ namespace ac::notify {
 // ...) when it is refused, nothing when it is accepted.
 std::optional<std::string> clickTokenRefusal(const std::string& token);
 
+// Makes the notify side's delegate the centre's for the rest of the process,
+// so clicks on banners are handled while a recording runs (the recording's
+// main loop delivers them).
+void installRecordingNotifyDelegate();
+
 // Fire-and-forget post for the recorder's notices; `then` runs once the post
 // was handed over or refused.
 void postNotification(const std::string& title, const std::string& body, const std::string& soundName,
