@@ -17,7 +17,7 @@ desktop_pids=()
 
 require_tools() {
   local missing=()
-  for tool in Xvfb dbus-daemon dunst dunstctl dbus-send python3; do
+  for tool in Xvfb dbus-daemon dbus-send dbus-monitor dunst dunstctl python3; do
     command -v "$tool" >/dev/null 2>&1 || missing+=("$tool")
   done
   if ((${#missing[@]})); then
