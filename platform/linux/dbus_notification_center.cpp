@@ -300,7 +300,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     RegistryRow row{identifier, server, serverID, content, wallSeconds()};
     // The row is on disk before the add completes, so a delivered query
     // right after the add already lists it.
-    dispatchGlobal([this, row, completion] {
+    registryWrites_.async([this, row, completion] {
       if (!registry_.add(row)) writeStderr("notify: notification registry busy — this banner is not listed\n");
       completion(std::nullopt);
     });
@@ -331,8 +331,9 @@ class DBusNotificationCenter final : public NotificationCenter {
         posted_.erase(posted);
       }
       // Any process of ours that sees a banner close keeps the registry
-      // true, whoever posted it.
-      dispatchGlobal([this, sender, id] {
+      // true, whoever posted it. Queued behind the add of the same banner,
+      // so a banner closed at once is not listed again after its close.
+      registryWrites_.async([this, sender, id] {
         registry_.removeIf([&](const RegistryRow& r) { return r.server == sender && r.serverID == id; });
       });
     }
@@ -349,6 +350,9 @@ class DBusNotificationCenter final : public NotificationCenter {
 
   DBusSession* session_;
   NotificationRegistry registry_;
+  // Registry changes in the order the bus reported them (an add's reply
+  // always precedes that banner's close).
+  SerialQueue registryWrites_{"ac.dbus-registry"};
   std::mutex mutex_;
   NotificationDelegate* delegate_ = nullptr;
   // Session thread only.
