@@ -3,8 +3,6 @@
 // (default) and micfeed "aux-mic-feed", in that order.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "main/exe_runner.h"
 
 namespace ac::test {
@@ -13,12 +11,7 @@ namespace {
 class PulseDeviceQueries : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (runTool(scratch_, "/usr/bin/pactl", {"info"}).status != 0)
-      GTEST_SKIP() << "no PulseAudio server answers; run under scripts/with-pulse.sh";
-    std::string sinks = runTool(scratch_, "/usr/bin/pactl", {"list", "short", "sinks"}).out;
-    for (const char* sink : {"\theadset\t", "\tspeaker\t", "\tmicfeed\t"})
-      if (sinks.find(sink) == std::string::npos)
-        GTEST_SKIP() << "not the private server of scripts/with-pulse.sh (no sink " << sink << ")";
+    if (auto missing = privatePulseServerMissing(scratch_)) GTEST_SKIP() << *missing;
     ExeResult probe = runExe(scratch_, {"--list-outputs"});
     if (probe.err.find("(status -4)") != std::string::npos)
       GTEST_SKIP() << "the PulseAudio backend is not built yet: " << probe.err;

@@ -47,31 +47,58 @@ std::vector<std::string> environmentFor(const Scratch& scratch, EnvChanges chang
   return env;
 }
 
-ExeResult run(const Scratch& scratch, const std::string& exe, const std::vector<std::string>& args,
-              const EnvChanges& env, double timeoutSeconds) {
+int gRunCounter = 0;
+
+}  // namespace
+
+RunningExe::RunningExe(const Scratch& scratch, const std::string& exe, const std::vector<std::string>& args,
+                       const EnvChanges& env)
+    : scratch_(scratch) {
   std::filesystem::create_directories(scratch.path("home"));
-  const std::string outPath = scratch.path(".stdout"), errPath = scratch.path(".stderr");
-  int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  SpawnRequest req{exe, args, environmentFor(scratch, env), -1, out, err};
-  SpawnResult spawned = spawnProcess(req);
+  const std::string n = std::to_string(++gRunCounter);
+  outPath_ = scratch.path(".stdout." + n);
+  errPath_ = scratch.path(".stderr." + n);
+  int out = ::open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  int err = ::open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  SpawnResult spawned = spawnProcess({exe, args, environmentFor(scratch, env), -1, out, err});
   ::close(out);
   ::close(err);
+  if (spawned.child) pid_ = spawned.child->pid();
+}
+
+RunningExe::~RunningExe() {
+  if (!finished_) finish(0);
+}
+
+ExeResult RunningExe::finish(double timeoutSeconds) {
+  finished_ = true;
   ExeResult r;
-  if (spawned.child) {
-    r.pid = spawned.child->pid();
-    std::optional<ExitStatus> st = spawned.child->waitFor(timeoutSeconds);
-    if (!st) st = spawned.child->terminate(5);
+  r.pid = pid_;
+  if (pid_ > 0) {
+    ChildProcess child(pid_);
+    std::optional<ExitStatus> st = child.waitFor(timeoutSeconds);
+    if (!st) st = child.terminate(5);
     if (st) {
       r.exited = st->exited;
       r.status = st->code;
     }
   }
-  r.out = scratch.read(".stdout");
-  r.err = scratch.read(".stderr");
-  std::filesystem::remove(outPath);
-  std::filesystem::remove(errPath);
+  std::ifstream out(outPath_), err(errPath_);
+  std::stringstream o, e;
+  o << out.rdbuf();
+  e << err.rdbuf();
+  r.out = o.str();
+  r.err = e.str();
+  std::filesystem::remove(outPath_);
+  std::filesystem::remove(errPath_);
   return r;
+}
+
+namespace {
+
+ExeResult run(const Scratch& scratch, const std::string& exe, const std::vector<std::string>& args,
+              const EnvChanges& env, double timeoutSeconds) {
+  return RunningExe(scratch, exe, args, env).finish(timeoutSeconds);
 }
 
 }  // namespace
@@ -84,6 +111,16 @@ ExeResult runExe(const Scratch& scratch, const std::vector<std::string>& args, c
 ExeResult runTool(const Scratch& scratch, const std::string& tool, const std::vector<std::string>& args,
                   double timeoutSeconds) {
   return run(scratch, tool, args, {}, timeoutSeconds);
+}
+
+std::optional<std::string> privatePulseServerMissing(const Scratch& scratch) {
+  if (runTool(scratch, "/usr/bin/pactl", {"info"}).status != 0)
+    return "no PulseAudio server answers; run under scripts/with-pulse.sh";
+  std::string sinks = runTool(scratch, "/usr/bin/pactl", {"list", "short", "sinks"}).out;
+  for (const char* sink : {"\theadset\t", "\tspeaker\t", "\tmicfeed\t"})
+    if (sinks.find(sink) == std::string::npos)
+      return std::string("not the private server of scripts/with-pulse.sh (no sink ") + sink + ")";
+  return std::nullopt;
 }
 
 }  // namespace ac::test
