@@ -83,13 +83,13 @@ void installStopSignals(RecordingProcess& p) {
   p.s2 = std::make_unique<SignalSource>(SIGINT, *p.q, p.finalizeHandler);
 }
 
+// Banner clicks during the recording reach the delegate through the main
+// loop that the recording pumps while it waits to stop.
 void enableClickRouting() {
-  if (!platform::current().workspace().bundleIdentifier()) {
+  if (platform::current().workspace().bundleIdentifier())
+    notify::installRecordingNotifyDelegate();
+  else
     log("notify: unbundled process — click routing disabled for this capture");
-    return;
-  }
-  // Clicks on banners while recording are handled by the notification side's
-  // delegate once it offers one to install.
 }
 
 }  // namespace
