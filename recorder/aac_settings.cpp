@@ -51,8 +51,8 @@ AACWriterInput makeAACWriterInput(platform::AssetWriter& writer, double sourceRa
         " — stepping down");
   }
   if (!accepted)
-    throw CaptureError(noAACSettingsErrorCode, "no supported AAC settings for " + label + " (source sr=" +
-                                                   formatDouble(sourceRate) +
+    throw CaptureError(noAACSettingsErrorCode, "no supported AAC settings for " + label +
+                                                   " (source sr=" + formatDouble(sourceRate) +
                                                    " ch=" + std::to_string(sourceChannels) + ")");
 
   AACWriterInput result;
@@ -66,8 +66,7 @@ AACWriterInput makeAACWriterInput(platform::AssetWriter& writer, double sourceRa
   const char* origin = sourceIsMeasured ? "source" : "requested PCM";
   const char* verdict = result.clamped ? "clamped" : (sourceIsMeasured ? "native" : "fixed");
   log(label + " aac: " + origin + " sr=" + formatDouble(sourceRate) + " ch=" + std::to_string(sourceChannels) +
-      " → encode sr=" + formatDouble(result.rate) + " ch=" + std::to_string(result.channels) + " (" + verdict +
-      ")");
+      " → encode sr=" + formatDouble(result.rate) + " ch=" + std::to_string(result.channels) + " (" + verdict + ")");
   return result;
 }
 

@@ -16,8 +16,7 @@ std::string appendFailureReason(const std::optional<Error>& writerError) {
 
 std::string fullErrorDescription(const std::optional<Error>& error) {
   if (!error) return "nil";
-  return "Error Domain=" + error->domain + " Code=" + std::to_string(error->code) + " \"" + error->description +
-         "\"";
+  return "Error Domain=" + error->domain + " Code=" + std::to_string(error->code) + " \"" + error->description + "\"";
 }
 
 void FailureNotices::notifyAppendFailureOnce(const std::string& reason, const std::string& advice) {

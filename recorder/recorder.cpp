@@ -64,8 +64,8 @@ void Recorder::Impl::setup() {
     systemCapture = std::make_unique<capture::SystemCapture>(platform.audio(), *this, post);
     systemCapture->setup();
     const platform::StreamFormat format = systemCapture->systemFormat();
-    AACWriterInput sys = makeAACWriterInput(*assetWriter, format.sampleRate, format.channelsPerFrame,
-                                            systemBitRate, "sys", true);
+    AACWriterInput sys =
+        makeAACWriterInput(*assetWriter, format.sampleRate, format.channelsPerFrame, systemBitRate, "sys", true);
     systemAacRate = sys.rate;
     systemAacClamped = sys.clamped;
     if (!assetWriter->canAddInput(sys.input))
@@ -76,8 +76,7 @@ void Recorder::Impl::setup() {
 
   if (includeMic) {
     buildMicSession();
-    AACWriterInput mic =
-        makeAACWriterInput(*assetWriter, micSourceRate, micSourceChannels, micBitRate, "mic", false);
+    AACWriterInput mic = makeAACWriterInput(*assetWriter, micSourceRate, micSourceChannels, micBitRate, "mic", false);
     if (!assetWriter->canAddInput(mic.input))
       throw CaptureError(micWriterInputRejectedErrorCode, "writer rejected mic input");
     assetWriter->addInput(mic.input);

@@ -1,9 +1,9 @@
 #include "recorder/aac_settings.h"
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <limits>
-
-#include <gtest/gtest.h>
 
 #include "recorder_harness.h"
 #include "support/error.h"
@@ -16,9 +16,10 @@ using test::LogCapture;
 TEST(AACSettings, SnapsRatesAndChannelsOntoWhatTheEncoderTakes) {
   const struct {
     double in, out;
-  } rates[] = {{96000, 48000}, {192000, 48000}, {50000, 48000}, {48000, 48000}, {45000, 44100},
-               {44100, 44100}, {22050, 22050},  {7000, 8000},    {0, 48000},     {-44100, 48000},
-               {std::nan(""), 48000}, {std::numeric_limits<double>::infinity(), 48000}};
+  } rates[] = {{96000, 48000},  {192000, 48000},       {50000, 48000},
+               {48000, 48000},  {45000, 44100},        {44100, 44100},
+               {22050, 22050},  {7000, 8000},          {0, 48000},
+               {-44100, 48000}, {std::nan(""), 48000}, {std::numeric_limits<double>::infinity(), 48000}};
   for (const auto& c : rates) EXPECT_EQ(aacSampleRate(c.in), c.out) << c.in;
   const struct {
     uint32_t in;
@@ -32,12 +33,14 @@ TEST(AACSettings, SnapsRatesAndChannelsOntoWhatTheEncoderTakes) {
 
 TEST(AACSettings, CandidatesDescendToTheFloorThenTheStereoBackstop) {
   using C = AACCandidate;
-  EXPECT_EQ(aacSettingsCandidates(48000, 2),
-            (std::vector<C>{{48000, 2}, {44100, 2}, {32000, 2}, {24000, 2}, {22050, 2}, {16000, 2}, {12000, 2},
-                            {11025, 2}, {8000, 2}}));
-  EXPECT_EQ(aacSettingsCandidates(44100, 1),
-            (std::vector<C>{{44100, 1}, {32000, 1}, {24000, 1}, {22050, 1}, {16000, 1}, {12000, 1}, {11025, 1},
-                            {8000, 1}, {48000, 2}}));
+  EXPECT_EQ(
+      aacSettingsCandidates(48000, 2),
+      (std::vector<C>{
+          {48000, 2}, {44100, 2}, {32000, 2}, {24000, 2}, {22050, 2}, {16000, 2}, {12000, 2}, {11025, 2}, {8000, 2}}));
+  EXPECT_EQ(
+      aacSettingsCandidates(44100, 1),
+      (std::vector<C>{
+          {44100, 1}, {32000, 1}, {24000, 1}, {22050, 1}, {16000, 1}, {12000, 1}, {11025, 1}, {8000, 1}, {48000, 2}}));
   EXPECT_EQ(aacSettingsCandidates(7000, 2), (std::vector<C>{{8000, 2}, {48000, 2}}));
   for (double rate : {192000.0, 96000.0, 45000.0, 0.0}) {
     auto list = aacSettingsCandidates(rate, 6);
@@ -55,11 +58,12 @@ struct BuildCase {
 };
 
 TEST(AACWriterInput, BuildsRealTimeInputsAndFlagsClamping) {
-  const BuildCase cases[] = {{96000, 2, 48000, 2, true}, {192000, 2, 48000, 2, true}, {45000, 2, 44100, 2, true},
-                             {0, 2, 48000, 2, true},     {48000, 0, 48000, 1, true},  {48000, 6, 48000, 2, true},
+  const BuildCase cases[] = {{96000, 2, 48000, 2, true},  {192000, 2, 48000, 2, true}, {45000, 2, 44100, 2, true},
+                             {0, 2, 48000, 2, true},      {48000, 0, 48000, 1, true},  {48000, 6, 48000, 2, true},
                              {48000, 2, 48000, 2, false}, {44100, 2, 44100, 2, false}};
   for (const auto& c : cases) {
-    auto writer = std::make_shared<sim::SimAssetWriter>("x", platform::MediaTime{}, std::make_shared<sim::SimWriterScript>());
+    auto writer =
+        std::make_shared<sim::SimAssetWriter>("x", platform::MediaTime{}, std::make_shared<sim::SimWriterScript>());
     AACWriterInput r = makeAACWriterInput(*writer, c.rate, c.channels, 128000, "sys", true);
     EXPECT_EQ(r.rate, c.wantRate) << c.rate;
     EXPECT_EQ(r.channels, c.wantChannels) << c.rate;
@@ -77,15 +81,15 @@ TEST(AACWriterInput, StepsDownPastRefusalsWithOneLinePerStep) {
   auto writer = std::make_shared<sim::SimAssetWriter>("x", platform::MediaTime{}, script);
   AACWriterInput r = makeAACWriterInput(*writer, 96000, 2, 128000, "sys", true);
   EXPECT_EQ(r.rate, 32000);
-  EXPECT_EQ(logs.lines(), (std::vector<std::string>{
-                              "sys aac: encoder rejected sr=48000.0 ch=2 — stepping down",
-                              "sys aac: encoder rejected sr=44100.0 ch=2 — stepping down",
-                              "sys aac: source sr=96000.0 ch=2 → encode sr=32000.0 ch=2 (clamped)"}));
+  EXPECT_EQ(logs.lines(),
+            (std::vector<std::string>{"sys aac: encoder rejected sr=48000.0 ch=2 — stepping down",
+                                      "sys aac: encoder rejected sr=44100.0 ch=2 — stepping down",
+                                      "sys aac: source sr=96000.0 ch=2 → encode sr=32000.0 ch=2 (clamped)"}));
 
   LogCapture micLogs;
-  makeAACWriterInput(*std::make_shared<sim::SimAssetWriter>("x", platform::MediaTime{},
-                                                            std::make_shared<sim::SimWriterScript>()),
-                     48000, 1, 64000, "mic", false);
+  makeAACWriterInput(
+      *std::make_shared<sim::SimAssetWriter>("x", platform::MediaTime{}, std::make_shared<sim::SimWriterScript>()),
+      48000, 1, 64000, "mic", false);
   EXPECT_EQ(micLogs.lines().back(), "mic aac: requested PCM sr=48000.0 ch=1 → encode sr=48000.0 ch=1 (fixed)");
 }
 

@@ -1,11 +1,10 @@
 // The armed launch's watch on the bound input, and discarding an unused
 // recording.
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
-
-#include <gtest/gtest.h>
 
 #include "recorder_harness.h"
 

@@ -1,7 +1,7 @@
 // The recorder's pure decisions and texts.
-#include <cstring>
-
 #include <gtest/gtest.h>
+
+#include <cstring>
 
 #include "platform/asset_writer.h"
 #include "platform/mic_capture.h"
@@ -29,6 +29,20 @@ TEST(AppendFailureReason, DiskFullFromEitherDomainElseTheDescription) {
                {Error{kCocoaErrorDomain, 28, "y"}, "Audio write failed (y)"},
                {Error{kPOSIXErrorDomain, 5, "Input/output error"}, "Audio write failed (Input/output error)"}};
   for (const auto& c : cases) EXPECT_EQ(appendFailureReason(c.error), c.title);
+}
+
+TEST(FailureNotices, EachKindPostsOncePerRecordingWithItsOwnFlag) {
+  std::vector<std::string> posted;
+  FailureNotices notices([&](const std::string& title, const std::string& body, const std::string& sound) {
+    posted.push_back(title + "|" + body + "|" + sound);
+  });
+  notices.notifyAppendFailureOnce("System audio not captured", "Some system audio may be missing.");
+  notices.notifyAppendFailureOnce("Disk full", diskFullAdvice);
+  notices.notifyMicDisconnectOnce();
+  notices.notifyMicDisconnectOnce();
+  EXPECT_EQ(posted,
+            (std::vector<std::string>{"System audio not captured|Some system audio may be missing.|Basso",
+                                      std::string("Microphone disconnected|") + micDisconnectedBody + "|Basso"}));
 }
 
 TEST(RuntimeErrorIsDeviceLoss, ClassifiesByDomainAndCode) {
@@ -100,26 +114,25 @@ TEST(MicFormatDiagnostic, DescribesTheStreamAndLayout) {
 }
 
 TEST(StatsLine, PrintsEveryFigureInOrder) {
-  RecordingStats s;
-  s.ioProcCalls = 1200;
-  s.sysAppended = 1190;
-  s.sysFail = 2;
-  s.micAppended = 600;
-  s.micFail = 1;
-  s.sysMaxAbs = 0.5f;
-  s.micMaxAbs = 0.25f;
-  s.micEndedEarly = true;
-  s.sysDataFail = 3;
-  s.sysFmtRate = 96000;
-  s.sysFmtCh = 2;
-  s.sysFmtChanges = 1;
-  s.sysAacRate = 48000;
-  s.sysAacClamped = true;
-  s.sysTapBufIndex = 1;
-  s.sysTapBufCount = 2;
-  s.micFmtRate = 48000;
-  s.micFmtCh = 1;
-  s.micFmtChanges = 4;
+  const RecordingStats s{.ioProcCalls = 1200,
+                         .sysAppended = 1190,
+                         .sysFail = 2,
+                         .micAppended = 600,
+                         .micFail = 1,
+                         .sysMaxAbs = 0.5f,
+                         .micMaxAbs = 0.25f,
+                         .micEndedEarly = true,
+                         .sysDataFail = 3,
+                         .sysFmtRate = 96000,
+                         .sysFmtCh = 2,
+                         .sysFmtChanges = 1,
+                         .sysAacRate = 48000,
+                         .sysAacClamped = true,
+                         .sysTapBufIndex = 1,
+                         .sysTapBufCount = 2,
+                         .micFmtRate = 48000,
+                         .micFmtCh = 1,
+                         .micFmtChanges = 4};
   EXPECT_EQ(statsLine(s),
             "stats: ioproc=1200 sysAppended=1190 sysFail=2 micAppended=600 micFail=1 sysMaxAbs=0.5 micMaxAbs=0.25 "
             "micEndedEarly=true sysDataFail=3 sysFmtRate=96000.0 sysFmtCh=2 sysFmtChanges=1 sysAacRate=48000.0 "

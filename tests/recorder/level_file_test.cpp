@@ -1,5 +1,6 @@
 #include "recorder/level_file.h"
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,8 +9,6 @@
 #include <fstream>
 #include <limits>
 #include <sstream>
-
-#include <gtest/gtest.h>
 
 namespace ac {
 namespace {
@@ -36,8 +35,8 @@ TEST_F(LevelFileTest, RecordIsThirtyTwoBytesClampedToZeroOne) {
   const struct {
     float level;
     const char* number;
-  } cases[] = {{0.5f, "0.500000"}, {0.0f, "0.000000"}, {1.7f, "1.000000"}, {-0.3f, "0.000000"},
-               {std::nanf(""), "0.000000"}, {std::numeric_limits<float>::infinity(), "0.000000"},
+  } cases[] = {{0.5f, "0.500000"},  {0.0f, "0.000000"},          {1.7f, "1.000000"},
+               {-0.3f, "0.000000"}, {std::nanf(""), "0.000000"}, {std::numeric_limits<float>::infinity(), "0.000000"},
                {1.0f, "1.000000"}};
   for (const auto& c : cases) EXPECT_EQ(MicLevelFile::record(c.level), rec(c.number)) << c.level;
 }
@@ -51,10 +50,10 @@ TEST_F(LevelFileTest, HoldsThePeakAndPublishesAtMostEveryInterval) {
     float sample;
     bool published;
     const char* content;
-  } steps[] = {{100.00, 0.5f, true, "0.500000"},  {100.01, 0.9f, false, "0.500000"},
-               {100.06, 0.1f, true, "0.900000"},  {100.12, 0.2f, true, "0.200000"},
-               {100.20, 0.0f, true, "0.000000"},  {99.00, 0.3f, true, "0.300000"},  // clock went back
-               {99.04, 0.4f, false, "0.300000"},  {99.06, 0.1f, true, "0.400000"}};
+  } steps[] = {{100.00, 0.5f, true, "0.500000"}, {100.01, 0.9f, false, "0.500000"},
+               {100.06, 0.1f, true, "0.900000"}, {100.12, 0.2f, true, "0.200000"},
+               {100.20, 0.0f, true, "0.000000"}, {99.00, 0.3f, true, "0.300000"},  // clock went back
+               {99.04, 0.4f, false, "0.300000"}, {99.06, 0.1f, true, "0.400000"}};
   for (const auto& s : steps) {
     EXPECT_EQ(file->offer(s.sample, s.now), s.published) << s.now;
     EXPECT_EQ(contents(p), rec(s.content)) << s.now;
@@ -81,7 +80,8 @@ TEST_F(LevelFileTest, RefusesWhatIsNotAPlainFileAndNeverBlocksOnAFifo) {
   std::ofstream(target) << "keep";
   fs::create_symlink(target, link);
   fs::create_directory(sub);
-  for (const fs::path& p : {dir / "missing" / "level", fifo, link, sub}) EXPECT_FALSE(MicLevelFile::open(p.string(), 0.05)) << p;
+  for (const fs::path& p : {dir / "missing" / "level", fifo, link, sub})
+    EXPECT_FALSE(MicLevelFile::open(p.string(), 0.05)) << p;
   EXPECT_EQ(contents(target), "keep");
 }
 

@@ -1,10 +1,10 @@
 // The per-buffer paths of both tracks: failures, format tracking, readiness,
 // peaks and the level file.
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-
-#include <gtest/gtest.h>
 
 #include "recorder/failure_notices.h"
 #include "recorder/level_file.h"
@@ -43,8 +43,9 @@ TEST_F(RecorderTest, FormatChangeCountsOnceAndNotReadyBuffersDropUncounted) {
   mic(1'020'000'000, 0.25f, other);
   mic(1'030'000'000, 0.25f, other);
   EXPECT_EQ(logs.matching("mic format: "),
-            (std::vector<std::string>{"mic format: sr=48000.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=0/0 changes=0",
-                                      "mic format: sr=44100.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=0/0 changes=1"}));
+            (std::vector<std::string>{
+                "mic format: sr=48000.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=0/0 changes=0",
+                "mic format: sr=44100.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=0/0 changes=1"}));
   track(0)->setReady(false);
   mic(1'040'000'000, 0.25f, other);
   EXPECT_EQ(track(0)->appendAttempts(), 4);
@@ -57,10 +58,9 @@ TEST_F(RecorderTest, FormatChangeCountsOnceAndNotReadyBuffersDropUncounted) {
 TEST_F(RecorderTest, PeakIsSampledEveryFiftiethBufferWithoutALevelFile) {
   started(false, true);
   for (int i = 1; i <= 101; ++i) mic(1'000'000'000 + i * 10'000'000, float(i) / 128);
-  EXPECT_EQ(logs.matching("mic tick: "),
-            (std::vector<std::string>{"mic tick: appended=1 maxSampleAbs=0.0078125",
-                                      "mic tick: appended=51 maxSampleAbs=0.3984375",
-                                      "mic tick: appended=101 maxSampleAbs=0.7890625"}));
+  EXPECT_EQ(logs.matching("mic tick: "), (std::vector<std::string>{"mic tick: appended=1 maxSampleAbs=0.0078125",
+                                                                   "mic tick: appended=51 maxSampleAbs=0.3984375",
+                                                                   "mic tick: appended=101 maxSampleAbs=0.7890625"}));
   stopAndWait();
   EXPECT_NE(logs.matching("stats: ").at(0).find("micMaxAbs=0.7890625"), std::string::npos);
 }

@@ -34,8 +34,9 @@ TEST_F(RecorderTest, RuntimeErrorsRebuildOnDeviceLossAndOtherwiseRestart) {
   started(false, true);
   auto session = p.micSim.lastSession();
   p.micSim.postRuntimeError(session, Error{"NSOSStatusErrorDomain", -50, "foreign"});
-  EXPECT_TRUE(logs.has("mic disconnect: capture session runtime error (device loss): foreign — attempting mic input "
-                       "rebuild"));
+  EXPECT_TRUE(
+      logs.has("mic disconnect: capture session runtime error (device loss): foreign — attempting mic input "
+               "rebuild"));
   EXPECT_TRUE(logs.has("mic rebuild: swapped in Built-in Mic [builtin]"));
 
   p.micSim.postRuntimeError(session, Error{platform::kCaptureErrorDomain, -11800, "hiccup"});
@@ -43,10 +44,12 @@ TEST_F(RecorderTest, RuntimeErrorsRebuildOnDeviceLossAndOtherwiseRestart) {
   session->setRunning(false);
   session->failNextStarts(1);
   p.micSim.postRuntimeError(session, Error{platform::kCaptureErrorDomain, -11800, "hiccup"});
-  EXPECT_TRUE(logs.has("mic: capture session runtime error (non-device): hiccup — restarting session (input left in "
-                       "place)"));
-  EXPECT_TRUE(logs.has("mic: session did not restart after non-device error — leaving as-is (buffers may resume "
-                       "when the error clears)"));
+  EXPECT_TRUE(
+      logs.has("mic: capture session runtime error (non-device): hiccup — restarting session (input left in "
+               "place)"));
+  EXPECT_TRUE(
+      logs.has("mic: session did not restart after non-device error — leaving as-is (buffers may resume "
+               "when the error clears)"));
   EXPECT_TRUE(notices().empty());
 }
 

@@ -3,11 +3,11 @@
 // drive a Recorder through its life.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
-
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -16,8 +16,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "platform/platform.h"
 #include "recorder/recorder.h"
@@ -109,8 +107,8 @@ inline void addDevices(SimPlatform& p) {
 class RecorderTest : public ::testing::Test {
  protected:
   RecorderTest() {
-    dir_ = std::filesystem::temp_directory_path() / ("recorder-test-" + std::to_string(::getpid()) + "-" +
-                                                     std::to_string(counter_++));
+    dir_ = std::filesystem::temp_directory_path() /
+           ("recorder-test-" + std::to_string(::getpid()) + "-" + std::to_string(counter_++));
     std::filesystem::create_directories(dir_);
     path = (dir_ / "call.m4a").string();
     addDevices(p);

@@ -42,12 +42,12 @@ TEST_F(RecorderTest, MicOnlyRecordingHasOneTrackAndSkipsTheSystemTeardown) {
       "stats: ioproc=0 sysAppended=0 sysFail=0 micAppended=1 micFail=0 sysMaxAbs=0.0 micMaxAbs=0.25 "
       "micEndedEarly=false sysDataFail=0 sysFmtRate=0.0 sysFmtCh=0 sysFmtChanges=0 sysAacRate=0.0 "
       "sysAacClamped=false sysTapBuf=0/1 micFmtRate=48000.0 micFmtCh=1 micFmtChanges=0";
-  EXPECT_EQ(only(logs.lines(), {"stopping", "teardown: stopping sys device", "teardown: stopping mic session",
-                                "teardown: mic session stopped", "finalizing", "writer done status=2",
-                                "finalize-ok call.m4a" + pidSuffix()}),
-            (std::vector<std::string>{"stopping", "teardown: stopping mic session", "teardown: mic session stopped",
-                                      stats, "finalizing", "writer done status=2",
-                                      "finalize-ok call.m4a" + pidSuffix()}));
+  EXPECT_EQ(
+      only(logs.lines(), {"stopping", "teardown: stopping sys device", "teardown: stopping mic session",
+                          "teardown: mic session stopped", "finalizing", "writer done status=2",
+                          "finalize-ok call.m4a" + pidSuffix()}),
+      (std::vector<std::string>{"stopping", "teardown: stopping mic session", "teardown: mic session stopped", stats,
+                                "finalizing", "writer done status=2", "finalize-ok call.m4a" + pidSuffix()}));
 
   // A repeated stop neither tears down again nor calls its completion.
   std::atomic<int> again{0};
@@ -103,7 +103,9 @@ TEST_F(RecorderTest, SetupFailuresCarryTheirTexts) {
        "writer rejected system input"},
       {[](SimPlatform& s) { s.writerSim.script().startWritingSucceeds = false; }, false, true, -11,
        "startWriting failed"},
-      {[](SimPlatform& s) { s.writerSim.script().createError = Error{platform::kPOSIXErrorDomain, 2, "nope"}; },
+      {[](SimPlatform& s) {
+         s.writerSim.script().createError = Error{platform::kPOSIXErrorDomain, 2, "nope"};
+       },
        false, true, 2, "nope"},
   };
   for (const auto& c : cases) {

@@ -4,14 +4,27 @@
 
 namespace ac::sim {
 
+namespace {
+
+template <class T>
+T readLocked(std::mutex& mutex, const T& field) {
+  std::lock_guard<std::mutex> lock(mutex);
+  return field;
+}
+
+template <class T, class V>
+void writeLocked(std::mutex& mutex, T& field, V&& value) {
+  std::lock_guard<std::mutex> lock(mutex);
+  field = std::forward<V>(value);
+}
+
+}  // namespace
+
 using platform::WriterStatus;
 
 // ---- input -----------------------------------------------------------------
 
-void SimWriterInput::setReady(bool ready) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  ready_ = ready;
-}
+void SimWriterInput::setReady(bool ready) { writeLocked(mutex_, ready_, ready); }
 
 void SimWriterInput::failNextAppends(int count, std::optional<Error> error) {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -19,10 +32,7 @@ void SimWriterInput::failNextAppends(int count, std::optional<Error> error) {
   failError_ = std::move(error);
 }
 
-std::vector<platform::SampleBuffer> SimWriterInput::appended() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return appended_;
-}
+std::vector<platform::SampleBuffer> SimWriterInput::appended() const { return readLocked(mutex_, appended_); }
 
 std::vector<platform::MediaTime> SimWriterInput::appendedPTS() const {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -31,25 +41,13 @@ std::vector<platform::MediaTime> SimWriterInput::appendedPTS() const {
   return out;
 }
 
-int SimWriterInput::appendAttempts() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return attempts_;
-}
+int SimWriterInput::appendAttempts() const { return readLocked(mutex_, attempts_); }
 
-bool SimWriterInput::expectsRealTime() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return realTime_;
-}
+bool SimWriterInput::expectsRealTime() const { return readLocked(mutex_, realTime_); }
 
-bool SimWriterInput::finished() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return finished_;
-}
+bool SimWriterInput::finished() const { return readLocked(mutex_, finished_); }
 
-void SimWriterInput::setExpectsMediaDataInRealTime(bool realTime) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  realTime_ = realTime;
-}
+void SimWriterInput::setExpectsMediaDataInRealTime(bool realTime) { writeLocked(mutex_, realTime_, realTime); }
 
 bool SimWriterInput::isReadyForMoreMediaData() {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -77,52 +75,25 @@ bool SimWriterInput::append(const platform::SampleBuffer& sample) {
   return true;
 }
 
-void SimWriterInput::markAsFinished() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  finished_ = true;
-}
+void SimWriterInput::markAsFinished() { writeLocked(mutex_, finished_, true); }
 
 // ---- writer ----------------------------------------------------------------
 
-void SimAssetWriter::setError(std::optional<Error> error) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  error_ = std::move(error);
-}
+void SimAssetWriter::setError(std::optional<Error> error) { writeLocked(mutex_, error_, std::move(error)); }
 
-std::vector<platform::AudioOutputSettings> SimAssetWriter::settingsAsked() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return asked_;
-}
+std::vector<platform::AudioOutputSettings> SimAssetWriter::settingsAsked() const { return readLocked(mutex_, asked_); }
 
-std::vector<std::shared_ptr<SimWriterInput>> SimAssetWriter::inputs() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return inputs_;
-}
+std::vector<std::shared_ptr<SimWriterInput>> SimAssetWriter::inputs() const { return readLocked(mutex_, inputs_); }
 
-std::optional<platform::MediaTime> SimAssetWriter::sessionStart() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return sessionStart_;
-}
+std::optional<platform::MediaTime> SimAssetWriter::sessionStart() const { return readLocked(mutex_, sessionStart_); }
 
-int SimAssetWriter::finishCalls() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return finishCalls_;
-}
+int SimAssetWriter::finishCalls() const { return readLocked(mutex_, finishCalls_); }
 
-bool SimAssetWriter::cancelled() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return cancelled_;
-}
+bool SimAssetWriter::cancelled() const { return readLocked(mutex_, cancelled_); }
 
-bool SimAssetWriter::released() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return released_;
-}
+bool SimAssetWriter::released() const { return readLocked(mutex_, released_); }
 
-void SimAssetWriter::markReleased() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  released_ = true;
-}
+void SimAssetWriter::markReleased() { writeLocked(mutex_, released_, true); }
 
 bool SimAssetWriter::canApplyOutputSettings(const platform::AudioOutputSettings& settings) {
   {
@@ -157,10 +128,7 @@ bool SimAssetWriter::startWriting() {
   return true;
 }
 
-void SimAssetWriter::startSession(platform::MediaTime sourceTime) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  sessionStart_ = sourceTime;
-}
+void SimAssetWriter::startSession(platform::MediaTime sourceTime) { writeLocked(mutex_, sessionStart_, sourceTime); }
 
 void SimAssetWriter::finishWriting(std::function<void()> completion) {
   {
@@ -219,10 +187,7 @@ class OwnedWriter final : public platform::AssetWriter {
 
 }  // namespace
 
-std::vector<std::shared_ptr<SimAssetWriter>> SimWriterFactory::writers() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return writers_;
-}
+std::vector<std::shared_ptr<SimAssetWriter>> SimWriterFactory::writers() const { return readLocked(mutex_, writers_); }
 
 std::shared_ptr<SimAssetWriter> SimWriterFactory::lastWriter() const {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -230,8 +195,8 @@ std::shared_ptr<SimAssetWriter> SimWriterFactory::lastWriter() const {
 }
 
 std::unique_ptr<platform::AssetWriter> SimWriterFactory::makeMPEG4Writer(const std::string& path,
-                                                                        platform::MediaTime fragmentInterval,
-                                                                        Error& error) {
+                                                                         platform::MediaTime fragmentInterval,
+                                                                         Error& error) {
   if (script_->createError) {
     error = *script_->createError;
     return nullptr;

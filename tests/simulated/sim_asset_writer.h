@@ -126,8 +126,7 @@ class SimWriterFactory final : public platform::WriterFactory {
   std::vector<std::shared_ptr<SimAssetWriter>> writers() const;
   std::shared_ptr<SimAssetWriter> lastWriter() const;
 
-  std::unique_ptr<platform::AssetWriter> makeMPEG4Writer(const std::string& path,
-                                                         platform::MediaTime fragmentInterval,
+  std::unique_ptr<platform::AssetWriter> makeMPEG4Writer(const std::string& path, platform::MediaTime fragmentInterval,
                                                          Error& error) override;
 
  private:

@@ -7,6 +7,22 @@
 
 namespace ac::sim {
 
+namespace {
+
+template <class T>
+T readLocked(std::mutex& mutex, const T& field) {
+  std::lock_guard<std::mutex> lock(mutex);
+  return field;
+}
+
+template <class T, class V>
+void writeLocked(std::mutex& mutex, T& field, V&& value) {
+  std::lock_guard<std::mutex> lock(mutex);
+  field = std::forward<V>(value);
+}
+
+}  // namespace
+
 using platform::AudioFormatDescription;
 using platform::CaptureDevice;
 
@@ -35,27 +51,17 @@ platform::SampleBuffer micSampleBuffer(int64_t ptsNanos, int64_t frames, float v
 
 // ---- device ----------------------------------------------------------------
 
-bool SimCaptureDevice::isConnected() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return connected_;
-}
+bool SimCaptureDevice::isConnected() const { return readLocked(mutex_, connected_); }
 
-void SimCaptureDevice::setConnected(bool connected) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  connected_ = connected;
-}
+void SimCaptureDevice::setConnected(bool connected) { writeLocked(mutex_, connected_, connected); }
 
 // ---- output ----------------------------------------------------------------
 
 void SimAudioDataOutput::setAudioSettings(const platform::CaptureAudioSettings& settings) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  settings_ = settings;
+  writeLocked(mutex_, settings_, settings);
 }
 
-platform::CaptureAudioSettings SimAudioDataOutput::audioSettings() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return settings_;
-}
+platform::CaptureAudioSettings SimAudioDataOutput::audioSettings() const { return readLocked(mutex_, settings_); }
 
 void SimAudioDataOutput::setSampleBufferHandler(platform::SampleBufferHandler handler, ::ac::SerialQueue* queue) {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -86,60 +92,34 @@ std::string SimAudioDataOutput::queueLabel() const {
 
 // ---- session ---------------------------------------------------------------
 
-void SimCaptureSession::failNextStarts(int count) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  failStarts_ = count;
-}
+void SimCaptureSession::failNextStarts(int count) { writeLocked(mutex_, failStarts_, count); }
 
 void SimCaptureSession::scriptCanAddInput(std::vector<bool> answers) {
   std::lock_guard<std::mutex> lock(mutex_);
   canAddInputAnswers_.assign(answers.begin(), answers.end());
 }
 
-void SimCaptureSession::setCanAddOutput(bool can) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  canAddOutput_ = can;
-}
+void SimCaptureSession::setCanAddOutput(bool can) { writeLocked(mutex_, canAddOutput_, can); }
 
-void SimCaptureSession::setRunning(bool running) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  running_ = running;
-}
+void SimCaptureSession::setRunning(bool running) { writeLocked(mutex_, running_, running); }
 
 std::vector<std::shared_ptr<platform::CaptureDeviceInput>> SimCaptureSession::inputs() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return inputs_;
+  return readLocked(mutex_, inputs_);
 }
 
 std::vector<std::shared_ptr<platform::AudioDataOutput>> SimCaptureSession::outputs() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return outputs_;
+  return readLocked(mutex_, outputs_);
 }
 
-int SimCaptureSession::startCalls() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return startCalls_;
-}
+int SimCaptureSession::startCalls() const { return readLocked(mutex_, startCalls_); }
 
-int SimCaptureSession::stopCalls() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return stopCalls_;
-}
+int SimCaptureSession::stopCalls() const { return readLocked(mutex_, stopCalls_); }
 
-bool SimCaptureSession::inConfiguration() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return inConfiguration_;
-}
+bool SimCaptureSession::inConfiguration() const { return readLocked(mutex_, inConfiguration_); }
 
-void SimCaptureSession::beginConfiguration() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  inConfiguration_ = true;
-}
+void SimCaptureSession::beginConfiguration() { writeLocked(mutex_, inConfiguration_, true); }
 
-void SimCaptureSession::commitConfiguration() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  inConfiguration_ = false;
-}
+void SimCaptureSession::commitConfiguration() { writeLocked(mutex_, inConfiguration_, false); }
 
 bool SimCaptureSession::canAddInput(const std::shared_ptr<platform::CaptureDeviceInput>& input) {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -209,8 +189,7 @@ std::shared_ptr<SimCaptureDevice> SimMicCapture::device(const std::string& uid) 
 }
 
 void SimMicCapture::setDefaultDevice(std::optional<std::string> uid) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  defaultUID_ = std::move(uid);
+  writeLocked(mutex_, defaultUID_, std::move(uid));
 }
 
 void SimMicCapture::disconnect(const std::string& uid, bool notify) {
@@ -235,10 +214,7 @@ void SimMicCapture::setAuthorization(platform::MicAuthorization status, bool gra
   grantOnRequest_ = grantOnRequest;
 }
 
-void SimMicCapture::failStartsOfNewSessions(int count) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  failStartsOfNewSessions_ = count;
-}
+void SimMicCapture::failStartsOfNewSessions(int count) { writeLocked(mutex_, failStartsOfNewSessions_, count); }
 
 void SimMicCapture::runOnQueues(const std::vector<std::pair<::ac::SerialQueue*, std::function<void()>>>& calls,
                                 bool wait) {
@@ -283,10 +259,7 @@ std::shared_ptr<SimAudioDataOutput> SimMicCapture::lastOutput() const {
   return outputs_.empty() ? nullptr : outputs_.back();
 }
 
-std::vector<std::string> SimMicCapture::inputRequests() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return inputRequests_;
-}
+std::vector<std::string> SimMicCapture::inputRequests() const { return readLocked(mutex_, inputRequests_); }
 
 size_t SimMicCapture::observerCount() const {
   std::lock_guard<std::mutex> lock(mutex_);
