@@ -21,6 +21,8 @@ template <class... Fs>
 struct Overloaded : Fs... {
   using Fs::operator()...;
 };
+template <class... Fs>
+Overloaded(Fs...) -> Overloaded<Fs...>;
 
 NotifyClickHandlers& handlerTable() {
   static NotifyClickHandlers table{monotonicSeconds(), {}, 0};
