@@ -111,10 +111,11 @@ void dispatchGlobalAfter(double delaySeconds, Block block) {
 }
 
 void Semaphore::signal() {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    ++count_;
-  }
+  // Notify while holding the lock: a waiter that wakes may destroy the
+  // semaphore (a stack semaphore in sync()), which must not race with a
+  // notify still touching the condition variable.
+  std::lock_guard<std::mutex> lock(mutex_);
+  ++count_;
   cv_.notify_one();
 }
 
