@@ -86,6 +86,12 @@ void ChildProcess::reapInBackground() {
 }
 
 SpawnResult spawnProcess(const SpawnRequest& request) {
+  // Checked up front: where posix_spawn cannot report a failed exec, the
+  // child would otherwise just exit 127 and look like a script's refusal.
+  if (::access(request.executable.c_str(), X_OK) != 0) {
+    int err = errno;
+    return {std::nullopt, Error{"posix", err, errnoText(err)}};
+  }
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   routeStream(&actions, request.stdinFD, 0, false);
