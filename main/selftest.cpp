@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "capture/tap_buffer_selection.h"
 #include "cli/armed_gate.h"
 #include "cli/armed_phase.h"
 #include "cli/device_queries.h"
@@ -122,7 +123,25 @@ std::vector<Check> micFormatChecks() {
 }
 
 std::vector<Check> topologyChecks() {
+  using capture::TapBufferRange;
+  using capture::TapBufferSelect;
   return {
+      {"a measured sub-device puts the tap after its buffers",
+       [] {
+         const uint32_t channels[] = {2, 2};
+         return capture::tapBufferRange(channels, 1, 2, true) == TapBufferRange{1, 1, TapBufferSelect::probe};
+       }},
+      {"without a measurement the shortest verifying trailing run is the tap",
+       [] {
+         const uint32_t channels[] = {2, 1, 1};
+         return capture::tapBufferRange(channels, std::nullopt, 2, false) ==
+                TapBufferRange{1, 2, TapBufferSelect::channelMatch};
+       }},
+      {"a list that cannot hold the tap stays undetermined",
+       [] {
+         const uint32_t channels[] = {1};
+         return capture::tapBufferRange(channels, std::nullopt, 2, true).select == TapBufferSelect::undetermined;
+       }},
       {"buffer lists use the 8-byte header and 16-byte entries",
        [] { return platform::audioBufferListBytes(1) == 24 && platform::audioBufferListBytes(3) == 56; }},
       {"output names sort case-insensitively, ties stable",

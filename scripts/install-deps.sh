@@ -9,11 +9,11 @@ packages=(
   cmake ninja-build g++ clang pkg-config
   # libraries
   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libssl-dev uuid-dev libicu-dev
-  libpulse-dev libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libdbus-1-dev
+  libpulse-dev libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libdbus-1-dev liburiparser-dev
   # tests and demo: a private sound server, test audio, media probing
   pulseaudio pulseaudio-utils sox espeak-ng ffmpeg
   # tests and demo: a headless desktop session with a notification service
-  dunst xvfb xdotool libnotify-bin dbus dbus-x11
+  dunst xvfb xdotool libnotify-bin dbus dbus-bin dbus-x11 python3
   # plots of measurements; flock and process tools used by the scripts
   gnuplot-nox util-linux procps
 )

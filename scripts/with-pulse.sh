@@ -44,7 +44,7 @@ trap cleanup EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-mkdir -m 700 "$workdir/runtime" "$workdir/state"
+mkdir -m 700 "$workdir/runtime" "$workdir/state" "$workdir/home"
 socket="$workdir/runtime/native"
 export XDG_RUNTIME_DIR="$workdir/runtime"
 export PULSE_RUNTIME_PATH="$workdir/runtime"
@@ -52,7 +52,9 @@ export PULSE_STATE_PATH="$workdir/state"
 
 # -n: no default script (it would look for hardware); every module is named
 # here. --system=no and --disallow-exit let it run as root in a container.
-pulseaudio --daemonize=no -n --system=no --disallow-exit --exit-idle-time=-1 \
+# Its own HOME keeps it away from the user's configuration (and works for
+# users whose home is missing or unwritable).
+HOME="$workdir/home" XDG_CONFIG_HOME="$workdir/home/.config" pulseaudio --daemonize=no -n --system=no --disallow-exit --exit-idle-time=-1 \
   --use-pid-file=no --disable-shm=yes --log-target=file:"$workdir/pulse.log" \
   --load="module-native-protocol-unix socket=$socket auth-anonymous=1" \
   --load="module-null-sink sink_name=headset sink_properties=device.description=studio" \
