@@ -36,22 +36,29 @@ bool StreamClock::takeReportRequest() { return std::exchange(reportRequested_, f
 int64_t StreamClock::stampChunk(int64_t nowNs, std::optional<TimingReport> report, uint64_t frames) {
   if (report && report->takenNs < freshAfterNs_) report.reset();
   if (report) wantReport_ = false;
+  // The whole chunk was captured before it arrived: no stamp may be later.
+  const int64_t latest = nowNs - offsetOf(frames);
+  std::optional<int64_t> evidence;
+  if (report) evidence = std::min(report->captureNs, latest);
 
-  bool reanchor = !anchored_ || (provisional_ && report);
-  if (!reanchor && report) {
-    const int64_t error = report->captureNs - (anchorNs_ + offsetOf(framesSinceAnchor_));
+  bool reanchor = !anchored_ || (provisional_ && evidence);
+  if (!reanchor) {
+    const int64_t predicted = anchorNs_ + offsetOf(framesSinceAnchor_);
+    if (!evidence && predicted > latest) evidence = latest;
+    const int64_t error = evidence ? *evidence - predicted : 0;
     if (error > kDiscontinuityNs || error < -kDiscontinuityNs) {
       reanchor = true;
       ++reanchors_;
+    } else if (error < 0) {
+      anchorNs_ += std::max(error, -kMaxEarlierSlewNs);
     } else {
-      anchorNs_ += std::clamp(error / kSlewDivisor, -kMaxSlewNs, kMaxSlewNs);
+      anchorNs_ += std::min(error / kLaterSlewDivisor, kMaxLaterSlewNs);
     }
   }
   if (reanchor) {
     anchored_ = true;
     provisional_ = !report;
-    // Without a report: the chunk has just arrived, so it began frames ago.
-    anchorNs_ = report ? report->captureNs : nowNs - offsetOf(frames);
+    anchorNs_ = evidence.value_or(latest);
     framesSinceAnchor_ = 0;
   }
   const int64_t stamp = anchorNs_ + offsetOf(framesSinceAnchor_);

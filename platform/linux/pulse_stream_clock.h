@@ -1,16 +1,22 @@
 // Host times for a captured stream: when the first frame of each chunk was
 // captured, in CLOCK_MONOTONIC nanoseconds.
 //
-// The server's timing reports are right on average but jitter, and one taken
-// before the data started flowing (an idle monitor renders nothing) or
-// before a gap is simply stale. Stamps therefore come from the running frame
-// count at the stream's rate, anchored to a fresh report and then only
-// slewed toward later ones by a few microseconds per chunk: consecutive
-// stamps advance by frames/rate, yet the stream follows a device clock that
-// drifts against the host's. A report too far from the count, or a marked
-// discontinuity, re-anchors. When data starts flowing (or flows again) the
+// Stamps come from the running frame count at the stream's rate, anchored
+// to the server's timing reports, so consecutive stamps advance by exactly
+// frames/rate. The reports are late by a varying amount, never early: a
+// server that renders in blocks reports the last block's write position
+// with the current time, and an arrival time is always after the capture.
+// So a report earlier than the count pulls the anchor back quickly (a
+// half millisecond per chunk at most), and a later one only nudges it
+// forward, enough to follow a device clock that drifts against the host's.
+// The arrival time caps every stamp: a chunk was captured before it came.
+// A report further than kDiscontinuityNs from the count, or a marked
+// discontinuity, re-anchors.
+//
+// A report taken before the data started flowing (an idle monitor renders
+// nothing) or before a pause is stale. When data starts or resumes, the
 // caller is asked to fetch a fresh report and to hold the data until it
-// arrives; if none comes in kReportWaitNs the stamps rest on the arrival
+// arrives; if none comes within kReportWaitNs the stamps rest on the arrival
 // time (provisional) until one does.
 //
 // Not thread-safe: used from the one thread that reads the stream.
@@ -32,10 +38,14 @@ class StreamClock {
  public:
   // Reports further than this from the count mean the count lost track.
   static constexpr int64_t kDiscontinuityNs = 20'000'000;
-  // Each chunk moves the anchor at most this far toward the report.
-  static constexpr int64_t kMaxSlewNs = 20'000;
-  // The anchor moves this fraction (1/n) of the distance per chunk.
-  static constexpr int64_t kSlewDivisor = 16;
+  // Per chunk, the anchor moves at most this far back toward an earlier
+  // report: well under a millisecond, so the writer absorbs each step.
+  static constexpr int64_t kMaxEarlierSlewNs = 500'000;
+  // Toward a later report it moves 1/kLaterSlewDivisor of the distance, at
+  // most kMaxLaterSlewNs: 0.5 ms per second at 10 ms chunks, far above any
+  // real clock drift, far below the reports' jitter.
+  static constexpr int64_t kLaterSlewDivisor = 64;
+  static constexpr int64_t kMaxLaterSlewNs = 5'000;
   // No chunk for this long means the source paused: older reports are stale.
   static constexpr int64_t kPauseNs = 50'000'000;
   // Reports taken this long before a pause ended still count as fresh

@@ -169,10 +169,11 @@ TEST_F(PulseHardwareCapture, IOProcDeliversThePlayedMixWithSteadyHostTimesAndNot
     const auto& c = chunks[i];
     EXPECT_EQ(c.buffers, 1u);
     EXPECT_EQ(c.channels, 2u);
-    // Captured before the block ran (within the server's rendering
-    // jitter), and not long before.
+    // Captured before the block ran (give or take the server's block-wise
+    // timing reports, which the stamps follow within a few chunks), and
+    // not long before.
     int64_t lag = int64_t(c.calledAt - c.hostTime);
-    EXPECT_GT(lag, -2'000'000);
+    EXPECT_GT(lag, -5'000'000);
     EXPECT_LT(lag, 150'000'000);
     maxLag = std::max(maxLag, lag), minLag = std::min(minLag, lag);
     if (i == 0) continue;

@@ -1,0 +1,169 @@
+#include "platform/linux/pulse_capture_session.h"
+
+#include <pulse/error.h>
+
+#include "platform/linux/pulse_connection.h"
+#include "support/dispatch.h"
+
+namespace ac::platform::linux_backend {
+
+std::optional<pa_sample_spec> sampleSpecFor(const CaptureAudioSettings& s) {
+  if (s.formatID != kAudioFormatLinearPCM || s.channels < 1 || s.channels > int(PA_CHANNELS_MAX)) return std::nullopt;
+  if (s.isNonInterleaved && s.channels > 1) return std::nullopt;
+  if (s.sampleRate < 1 || s.sampleRate > PA_RATE_MAX) return std::nullopt;
+  pa_sample_format_t format = PA_SAMPLE_INVALID;
+  if (s.isFloat && s.bitDepth == 32) {
+    format = s.isBigEndian ? PA_SAMPLE_FLOAT32BE : PA_SAMPLE_FLOAT32LE;
+  } else if (!s.isFloat && s.bitDepth == 16) {
+    format = s.isBigEndian ? PA_SAMPLE_S16BE : PA_SAMPLE_S16LE;
+  } else if (!s.isFloat && s.bitDepth == 24) {
+    format = s.isBigEndian ? PA_SAMPLE_S24BE : PA_SAMPLE_S24LE;
+  } else if (!s.isFloat && s.bitDepth == 32) {
+    format = s.isBigEndian ? PA_SAMPLE_S32BE : PA_SAMPLE_S32LE;
+  } else {
+    return std::nullopt;
+  }
+  return pa_sample_spec{format, static_cast<uint32_t>(s.sampleRate), static_cast<uint8_t>(s.channels)};
+}
+
+void PulseAudioDataOutput::setAudioSettings(const CaptureAudioSettings& settings) {
+  std::lock_guard<std::mutex> guard(mutex_);
+  settings_ = settings;
+}
+
+CaptureAudioSettings PulseAudioDataOutput::audioSettings() const {
+  std::lock_guard<std::mutex> guard(mutex_);
+  return settings_;
+}
+
+void PulseAudioDataOutput::setSampleBufferHandler(SampleBufferHandler handler, ::ac::SerialQueue* queue) {
+  std::lock_guard<std::mutex> guard(mutex_);
+  delivery_ = Delivery{std::move(handler), queue};
+}
+
+PulseAudioDataOutput::Delivery PulseAudioDataOutput::delivery() const {
+  std::lock_guard<std::mutex> guard(mutex_);
+  return delivery_;
+}
+
+PulseCaptureSession::PulseCaptureSession(std::shared_ptr<PulseConnection> connection,
+                                         std::shared_ptr<MicObservers> observers)
+    : connection_(std::move(connection)), observers_(std::move(observers)) {}
+
+PulseCaptureSession::~PulseCaptureSession() {
+  std::lock_guard<std::mutex> guard(mutex_);
+  running_ = false;
+  closeStreamLocked();
+}
+
+void PulseCaptureSession::beginConfiguration() {
+  std::lock_guard<std::mutex> guard(mutex_);
+  ++configurationDepth_;
+}
+
+void PulseCaptureSession::commitConfiguration() {
+  std::lock_guard<std::mutex> guard(mutex_);
+  if (configurationDepth_ > 0) --configurationDepth_;
+  if (configurationDepth_ == 0) applyLocked();
+}
+
+bool PulseCaptureSession::canAddInput(const std::shared_ptr<CaptureDeviceInput>& input) {
+  std::lock_guard<std::mutex> guard(mutex_);
+  return std::dynamic_pointer_cast<PulseCaptureDeviceInput>(input) && !pendingInput_;
+}
+
+void PulseCaptureSession::addInput(const std::shared_ptr<CaptureDeviceInput>& input) {
+  std::lock_guard<std::mutex> guard(mutex_);
+  auto pulseInput = std::dynamic_pointer_cast<PulseCaptureDeviceInput>(input);
+  if (!pulseInput || pendingInput_) return;  // one input; the caller asked canAddInput first
+  pendingInput_ = std::move(pulseInput);
+  if (configurationDepth_ == 0) applyLocked();
+}
+
+void PulseCaptureSession::removeInput(const std::shared_ptr<CaptureDeviceInput>& input) {
+  std::lock_guard<std::mutex> guard(mutex_);
+  if (!input || pendingInput_ != input) return;
+  pendingInput_.reset();
+  if (configurationDepth_ == 0) applyLocked();
+}
+
+bool PulseCaptureSession::canAddOutput(const std::shared_ptr<AudioDataOutput>& output) {
+  std::lock_guard<std::mutex> guard(mutex_);
+  return std::dynamic_pointer_cast<PulseAudioDataOutput>(output) && !output_;
+}
+
+void PulseCaptureSession::addOutput(const std::shared_ptr<AudioDataOutput>& output) {
+  std::lock_guard<std::mutex> guard(mutex_);
+  auto pulseOutput = std::dynamic_pointer_cast<PulseAudioDataOutput>(output);
+  if (!pulseOutput || output_) return;
+  output_ = std::move(pulseOutput);
+}
+
+void PulseCaptureSession::startRunning() {
+  std::lock_guard<std::mutex> guard(mutex_);
+  if (running_) return;
+  closeStreamLocked();  // a stream the server ended
+  // Like the platform's session, one without an input runs, capturing nothing.
+  if (activeInput_ && output_ && !openStreamLocked()) return;
+  running_ = true;
+}
+
+void PulseCaptureSession::stopRunning() {
+  std::lock_guard<std::mutex> guard(mutex_);
+  running_ = false;
+  closeStreamLocked();
+}
+
+void PulseCaptureSession::applyLocked() {
+  if (activeInput_ == pendingInput_) return;
+  activeInput_ = pendingInput_;
+  if (!running_) return;
+  // The swap: the stream moves to the new source (or stops without one).
+  closeStreamLocked();
+  if (activeInput_ && output_ && !openStreamLocked()) running_ = false;
+}
+
+void PulseCaptureSession::closeStreamLocked() {
+  if (stream_) stream_->stop();
+  stream_.reset();
+}
+
+bool PulseCaptureSession::openStreamLocked() {
+  std::optional<pa_sample_spec> spec = sampleSpecFor(output_->audioSettings());
+  if (!spec) return false;
+  auto delivery = std::make_shared<const PulseAudioDataOutput::Delivery>(output_->delivery());
+  const AudioFormatDescription format{streamFormatFor(*spec), 0, 0};
+  const int32_t rate = static_cast<int32_t>(spec->rate);
+  const uint32_t channels = spec->channels;
+
+  auto onChunk = [delivery, format, rate, channels](const CapturedChunk& chunk) {
+    if (!delivery->handler) return;
+    SampleBuffer sb;
+    sb.format = format;
+    sb.timing.push_back({MediaTime::make(1, rate), MediaTime::make(chunk.hostTimeNs, 1'000'000'000),
+                         MediaTime::invalid()});
+    sb.numSamples = static_cast<int64_t>(chunk.frames);
+    sb.dataReady = true;
+    const auto* bytes = static_cast<const uint8_t*>(chunk.data);
+    sb.buffers.emplace_back(bytes, bytes + chunk.bytes);
+    sb.bufferChannels.push_back(channels);
+    if (delivery->queue) {
+      delivery->queue->async([delivery, sb = std::move(sb)] { delivery->handler(sb); });
+    } else {
+      delivery->handler(sb);
+    }
+  };
+  auto onFailure = [this](int error) {
+    running_ = false;
+    observers_->postRuntimeError(
+        this, Error{kCaptureErrorDomain, kStreamFailedCode, std::string("the microphone stream stopped: ") + pa_strerror(error)});
+  };
+  stream_ = std::make_unique<PulseRecordStream>(*connection_, std::move(onChunk), std::move(onFailure));
+  if (stream_->start(activeInput_->device()->uniqueID(), *spec, kFragmentMs, "audio-capture microphone") != kNoErr) {
+    stream_.reset();
+    return false;
+  }
+  return true;
+}
+
+}  // namespace ac::platform::linux_backend
