@@ -51,32 +51,4 @@ bool ArmedPhase::stopPending() const {
   return stopPending_;
 }
 
-const char* toString(ArmedPhase::State state) {
-  switch (state) {
-    case ArmedPhase::State::armed:
-      return "armed";
-    case ArmedPhase::State::starting:
-      return "starting";
-    case ArmedPhase::State::running:
-      return "running";
-    case ArmedPhase::State::releasing:
-      return "releasing";
-  }
-  return "?";
-}
-
-const char* toString(ArmedPhase::SignalAction action) {
-  switch (action) {
-    case ArmedPhase::SignalAction::release:
-      return "release";
-    case ArmedPhase::SignalAction::deferUntilRunning:
-      return "deferUntilRunning";
-    case ArmedPhase::SignalAction::stopNow:
-      return "stopNow";
-    case ArmedPhase::SignalAction::ignore:
-      return "ignore";
-  }
-  return "?";
-}
-
 }  // namespace ac

@@ -35,7 +35,4 @@ class ArmedPhase {
   bool stopPending_ = false;
 };
 
-const char* toString(ArmedPhase::State state);
-const char* toString(ArmedPhase::SignalAction action);
-
 }  // namespace ac

@@ -11,6 +11,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "notify/temp_dir.h"
+
 namespace ac {
 namespace {
 
@@ -18,12 +20,7 @@ namespace fs = std::filesystem;
 
 class CaptureLockTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char tmpl[] = "/tmp/ac-lock-test-XXXXXX";
-    dir_ = ::mkdtemp(tmpl);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-  std::string path(const std::string& name) const { return dir_ + "/" + name; }
+  std::string path(const std::string& name) const { return tmp_.file(name); }
 
   // flock conflicts between two open file descriptions even in one process,
   // so holding the lock here looks to the code like another capture.
@@ -33,7 +30,7 @@ class CaptureLockTest : public ::testing::Test {
     return fd;
   }
 
-  std::string dir_;
+  notify::testing::TempDir tmp_;
 };
 
 TEST_F(CaptureLockTest, ProbeReportsFreeHeldAndError) {
@@ -92,7 +89,7 @@ TEST_F(CaptureLockTest, PidFileIsDecimalPidAndNewline) {
   ss << std::ifstream(pid).rdbuf();
   EXPECT_EQ(ss.str(), "4242\n");
   // Nothing but the pid file is left behind.
-  EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator()), 1);
+  EXPECT_EQ(std::distance(fs::directory_iterator(path("")), fs::directory_iterator()), 1);
   EXPECT_FALSE(writePidFile(path("missing/capture.pid"), 1));
 }
 

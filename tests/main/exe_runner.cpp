@@ -19,18 +19,6 @@ std::string ExeResult::errLines() const {
   return std::regex_replace(err, stamp, "$1");
 }
 
-Scratch::Scratch() {
-  char tmpl[] = "/tmp/ac-blackbox-XXXXXX";
-  dir_ = ::mkdtemp(tmpl);
-}
-Scratch::~Scratch() { std::filesystem::remove_all(dir_); }
-
-std::string Scratch::read(const std::string& name) const {
-  std::stringstream ss;
-  ss << std::ifstream(path(name)).rdbuf();
-  return ss.str();
-}
-
 bool Scratch::exists(const std::string& name) const { return std::filesystem::exists(path(name)); }
 
 namespace {
@@ -83,12 +71,8 @@ ExeResult RunningExe::finish(double timeoutSeconds) {
       r.status = st->code;
     }
   }
-  std::ifstream out(outPath_), err(errPath_);
-  std::stringstream o, e;
-  o << out.rdbuf();
-  e << err.rdbuf();
-  r.out = o.str();
-  r.err = e.str();
+  r.out = notify::testing::TempDir::contents(outPath_);
+  r.err = notify::testing::TempDir::contents(errPath_);
   std::filesystem::remove(outPath_);
   std::filesystem::remove(errPath_);
   return r;

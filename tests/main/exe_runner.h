@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "notify/temp_dir.h"
+
 namespace ac::test {
 
 struct ExeResult {
@@ -21,17 +23,12 @@ struct ExeResult {
 
 class Scratch {
  public:
-  Scratch();
-  ~Scratch();
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-  const std::string& dir() const { return dir_; }
-  std::string path(const std::string& name) const { return dir_ + "/" + name; }
-  std::string read(const std::string& name) const;
+  std::string path(const std::string& name) const { return dir_.file(name); }
+  std::string read(const std::string& name) const { return notify::testing::TempDir::contents(path(name)); }
   bool exists(const std::string& name) const;
 
  private:
-  std::string dir_;
+  notify::testing::TempDir dir_;
 };
 
 // Environment changes for one run: a value sets the variable, nullopt

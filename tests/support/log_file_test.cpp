@@ -4,47 +4,37 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
 
+#include "notify/temp_dir.h"
 #include "support/log.h"
 
 namespace ac {
 namespace {
 
-std::string readAll(const std::string& path) {
-  std::stringstream ss;
-  ss << std::ifstream(path).rdbuf();
-  return ss.str();
-}
+using notify::testing::TempDir;
 
 const std::regex kStamp(R"(\[\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ\] )");
 
 class LogFileTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char tmpl[] = "/tmp/ac-logfile-test-XXXXXX";
-    dir_ = ::mkdtemp(tmpl);
-  }
   void TearDown() override {
     if (int fd = logFileDescriptor(); fd >= 0) ::close(fd);
     setLogFileDescriptor(-1);
-    std::filesystem::remove_all(dir_);
   }
-  std::string dir_;
+  notify::testing::TempDir tmp_;
 };
 
 TEST_F(LogFileTest, OpeningTruncatesAndLinesMatchStandardError) {
-  const std::string path = dir_ + "/capture.log";
+  const std::string path = tmp_.file("capture.log");
   std::ofstream(path) << "previous recording's log\n";
   ASSERT_TRUE(openLogFile(path));
   testing::internal::CaptureStderr();
   log("first");
   log("second — with an em dash");
   std::string err = testing::internal::GetCapturedStderr();
-  std::string file = readAll(path);
+  std::string file = TempDir::contents(path);
   EXPECT_EQ(file, err);
   EXPECT_EQ(std::regex_replace(file, kStamp, ""), "first\nsecond — with an em dash\n");
 
@@ -55,7 +45,7 @@ TEST_F(LogFileTest, OpeningTruncatesAndLinesMatchStandardError) {
 }
 
 TEST_F(LogFileTest, UnopenableFileFallsBackToStandardErrorOnly) {
-  const std::string path = dir_ + "/missing/capture.log";
+  const std::string path = tmp_.file("missing/capture.log");
   testing::internal::CaptureStderr();
   EXPECT_FALSE(openLogFile(path));
   log("after");

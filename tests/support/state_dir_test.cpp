@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "notify/temp_dir.h"
+
 namespace ac::notify {
 namespace {
 
@@ -21,12 +23,8 @@ mode_t modeOf(const std::string& path) {
 
 class StateDirTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char tmpl[] = "/tmp/ac-statedir-test-XXXXXX";
-    dir_ = ::mkdtemp(tmpl);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-  std::string dir_;
+  notify::testing::TempDir tmp_;
+  const std::string dir_ = fs::path(tmp_.file("x")).parent_path();
 };
 
 TEST_F(StateDirTest, TighteningClearsGroupAndOtherBitsOnly) {
