@@ -20,7 +20,9 @@ PulseAudioHardware::PulseAudioHardware(std::shared_ptr<PulseConnection> connecti
 
 OSStatus PulseAudioHardware::snapshot(Snapshot& out) { return readSnapshot(*connection_, out); }
 
-OSStatus PulseAudioHardware::view(AudioObjectID id, const Snapshot& snap, DeviceView& out) {
+OSStatus PulseAudioHardware::view(AudioObjectID id, DeviceView& out) {
+  Snapshot snap;
+  if (OSStatus st = snapshot(snap)) return st;
   auto known = ids_.lookup(id);
   if (!known) return kBadObjectErr;
   const auto& [kind, name] = *known;
@@ -64,19 +66,15 @@ OSStatus PulseAudioHardware::defaultOutputDevice(AudioObjectID& out) {
 }
 
 OSStatus PulseAudioHardware::deviceUID(AudioObjectID device, std::optional<std::string>& out) {
-  Snapshot snap;
   DeviceView v;
-  if (OSStatus st = snapshot(snap)) return st;
-  if (OSStatus st = view(device, snap, v)) return st;
+  if (OSStatus st = view(device, v)) return st;
   out = v.uid;
   return kNoErr;
 }
 
 OSStatus PulseAudioHardware::objectName(AudioObjectID object, std::optional<std::string>& out) {
-  Snapshot snap;
   DeviceView v;
-  if (OSStatus st = snapshot(snap)) return st;
-  if (OSStatus st = view(object, snap, v)) return st;
+  if (OSStatus st = view(object, v)) return st;
   out = v.name;
   return kNoErr;
 }
@@ -111,10 +109,8 @@ OSStatus PulseAudioHardware::deviceList(std::vector<AudioObjectID>& ids) {
 }
 
 OSStatus PulseAudioHardware::streamsByteSize(AudioObjectID device, Scope scope, uint32_t& bytes) {
-  Snapshot snap;
   DeviceView v;
-  if (OSStatus st = snapshot(snap)) return st;
-  if (OSStatus st = view(device, snap, v)) return st;
+  if (OSStatus st = view(device, v)) return st;
   bytes = streamIDsByteSize(v.streams, scope);
   return kNoErr;
 }
@@ -136,19 +132,15 @@ OSStatus PulseAudioHardware::translateUIDToDevice(const std::string& uid, AudioO
 }
 
 OSStatus PulseAudioHardware::streamConfigurationByteSize(AudioObjectID device, Scope scope, uint32_t& bytes) {
-  Snapshot snap;
   DeviceView v;
-  if (OSStatus st = snapshot(snap)) return st;
-  if (OSStatus st = view(device, snap, v)) return st;
+  if (OSStatus st = view(device, v)) return st;
   bytes = bufferListLayoutBytes(buffersInScope(v.streams, scope).size());
   return kNoErr;
 }
 
 OSStatus PulseAudioHardware::streamConfiguration(AudioObjectID device, Scope scope, void* data, uint32_t& ioBytes) {
-  Snapshot snap;
   DeviceView v;
-  if (OSStatus st = snapshot(snap)) return st;
-  if (OSStatus st = view(device, snap, v)) return st;
+  if (OSStatus st = view(device, v)) return st;
   return writeStreamConfiguration(buffersInScope(v.streams, scope), data, ioBytes);
 }
 

@@ -101,8 +101,9 @@ class PulseAudioHardware final : public AudioHardware {
   };
 
   OSStatus snapshot(Snapshot& out);
-  // Resolves an ID against a snapshot; kBadObjectErr for unknown or gone.
-  OSStatus view(AudioObjectID id, const Snapshot& snap, DeviceView& out);
+  // Resolves an ID against a fresh snapshot; kBadObjectErr for unknown or
+  // gone.
+  OSStatus view(AudioObjectID id, DeviceView& out);
   // The sink a tap records now (mutex_ held).
   std::string tapSinkLocked(AudioObjectID tapID, const Tap& tap, const Snapshot& snap) const;
   // The live aggregate of a tap (the newest), or none (mutex_ held).
