@@ -5,21 +5,17 @@
 namespace ac {
 namespace {
 
-using V = std::vector<std::string>;
-
 TEST(SelectMode, FirstMatchingRuleDecides) {
   struct Case {
-    V args;
+    std::vector<std::string> args;
     Mode mode;
   } cases[] = {
       {{"-o", "a.m4a", "--list-outputs"}, Mode::listOutputs},
       {{"--list-outputs", "--current-output"}, Mode::currentOutput},
-      {{"--notify", "t", "--current-output"}, Mode::currentOutput},
-      {{"--capture-active", "/tmp/l", "--list-outputs"}, Mode::listOutputs},
-      {{"--capture-active", "/tmp/l"}, Mode::captureActive},
-      {{"--capture-active", "/tmp/l", "extra"}, Mode::captureActive},
+      {{"--capture-active", "/l", "--list-outputs"}, Mode::listOutputs},
+      {{"--capture-active", "/l", "extra"}, Mode::captureActive},
       {{"--capture-active"}, Mode::record},
-      {{"x", "--capture-active", "/tmp/l"}, Mode::record},
+      {{"x", "--capture-active", "/l"}, Mode::record},
       {{"--selftest-topology"}, Mode::selftestTopology},
       {{"--selftest-level", "x"}, Mode::selftestLevel},
       {{"--selftest-armed"}, Mode::selftestArmed},
@@ -31,17 +27,11 @@ TEST(SelectMode, FirstMatchingRuleDecides) {
       {{"--selftest-notify-routing"}, Mode::selftestNotifyRouting},
       {{"-o", "a.m4a", "--notify"}, Mode::record},
       {{}, Mode::coldRoute},
-      {{"-psn_0_12345"}, Mode::coldRoute},
       {{"-psn_0_1", "-psn_0_2"}, Mode::coldRoute},
       {{"-psn_0_1", "-o"}, Mode::record},
       {{"-psn"}, Mode::record},
-      {{""}, Mode::record},
   };
-  for (const auto& c : cases) {
-    std::string shown;
-    for (const auto& a : c.args) shown += "'" + a + "' ";
-    EXPECT_EQ(selectMode(c.args), c.mode) << shown;
-  }
+  for (const auto& c : cases) EXPECT_EQ(selectMode(c.args), c.mode) << (c.args.empty() ? "" : c.args[0]);
 }
 
 }  // namespace
