@@ -121,6 +121,18 @@ TEST_F(RecoveryTest, StopFailureLeavesTheIOProcAlone) {
   EXPECT_TRUE(rig.hw.latestIOProc()->running());
 }
 
+TEST_F(RecoveryTest, FailedRestartFallsBackToAFullRebuild) {
+  rig.hw.failNext("AudioDeviceStart", -3);
+  rig.hw.setTapFormat(tap(), platform::floatPCMFormat(44100, 2));
+  ASSERT_TRUE(rig.hw.waitForListeners());
+  EXPECT_TRUE(logs.has("startIOProc: AudioDeviceStart failed: -3"));
+  EXPECT_TRUE(logs.has("tap-format: could not restart the IOProc \u2014 attempting a full aggregate rebuild"));
+  EXPECT_TRUE(logs.has("tap-format: recovered via aggregate rebuild (output=spk)"));
+  EXPECT_EQ(rig.hw.aggregateDescriptions().size(), 2u);
+  EXPECT_TRUE(rig.hw.latestIOProc()->running());
+  EXPECT_EQ(rig.postedCount(), 0u);
+}
+
 TEST_F(RecoveryTest, TwoUnrecoverableFailuresPostOneNotice) {
   rig.hw.failAlways("AudioHardwareCreateAggregateDevice", -1);
   rig.hw.setDefaultOutput(rig.headset);
