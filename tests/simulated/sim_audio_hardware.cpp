@@ -28,6 +28,13 @@ const std::set<std::string>& knownCalls() {
   return names;
 }
 
+// The object with this ID, or nullptr (callers answer kBadObjectErr).
+template <typename Map>
+const typename Map::mapped_type* findLocked(const Map& objects, AudioObjectID id) {
+  auto it = objects.find(id);
+  return it == objects.end() ? nullptr : &it->second;
+}
+
 // The tap's own streams as an aggregate lists them.
 std::vector<uint32_t> tapStreams(const platform::StreamFormat& f) {
   if (f.formatFlags & platform::kAudioFormatFlagIsNonInterleaved) return std::vector<uint32_t>(f.channelsPerFrame, 1);
@@ -220,19 +227,19 @@ OSStatus SimAudioHardware::defaultOutputDevice(AudioObjectID& out) {
 OSStatus SimAudioHardware::deviceUID(AudioObjectID device, std::optional<std::string>& out) {
   if (auto st = scripted("DeviceUID")) return *st;
   std::lock_guard lock(mutex_);
-  auto it = devices_.find(device);
-  if (it == devices_.end()) return kBadObjectErr;
-  out = it->second.uid;
+  const SimDevice* d = findLocked(devices_, device);
+  if (!d) return kBadObjectErr;
+  out = d->uid;
   return 0;
 }
 
 OSStatus SimAudioHardware::objectName(AudioObjectID object, std::optional<std::string>& out) {
   if (auto st = scripted("ObjectName")) return *st;
   std::lock_guard lock(mutex_);
-  auto it = devices_.find(object);
-  if (it == devices_.end()) return kBadObjectErr;
-  if (it->second.nameStatus != 0) return it->second.nameStatus;
-  out = it->second.name;
+  const SimDevice* d = findLocked(devices_, object);
+  if (!d) return kBadObjectErr;
+  if (d->nameStatus != 0) return d->nameStatus;
+  out = d->name;
   return 0;
 }
 
@@ -255,9 +262,9 @@ OSStatus SimAudioHardware::deviceList(std::vector<AudioObjectID>& ids) {
 OSStatus SimAudioHardware::streamsByteSize(AudioObjectID device, Scope scope, uint32_t& bytes) {
   if (auto st = scripted("StreamsSize")) return *st;
   std::lock_guard lock(mutex_);
-  auto it = devices_.find(device);
-  if (it == devices_.end()) return kBadObjectErr;
-  bytes = 4 * (scope == Scope::input ? uint32_t(it->second.inputChannels.size()) : it->second.outputStreams);
+  const SimDevice* d = findLocked(devices_, device);
+  if (!d) return kBadObjectErr;
+  bytes = 4 * (scope == Scope::input ? uint32_t(d->inputChannels.size()) : d->outputStreams);
   return 0;
 }
 
@@ -273,20 +280,19 @@ OSStatus SimAudioHardware::translateUIDToDevice(const std::string& uid, AudioObj
 OSStatus SimAudioHardware::streamConfigurationByteSize(AudioObjectID device, Scope scope, uint32_t& bytes) {
   if (auto st = scripted("StreamConfigurationSize")) return *st;
   std::lock_guard lock(mutex_);
-  auto it = devices_.find(device);
-  if (it == devices_.end()) return kBadObjectErr;
-  size_t buffers = scope == Scope::input ? it->second.inputChannels.size() : it->second.outputStreams;
-  bytes = uint32_t(std::max<int64_t>(0, int64_t(8 + 16 * buffers) + it->second.sizeBias));
+  const SimDevice* d = findLocked(devices_, device);
+  if (!d) return kBadObjectErr;
+  size_t buffers = scope == Scope::input ? d->inputChannels.size() : d->outputStreams;
+  bytes = uint32_t(std::max<int64_t>(0, int64_t(8 + 16 * buffers) + d->sizeBias));
   return 0;
 }
 
 OSStatus SimAudioHardware::streamConfiguration(AudioObjectID device, Scope scope, void* data, uint32_t& ioBytes) {
   if (auto st = scripted("StreamConfiguration")) return *st;
   std::lock_guard lock(mutex_);
-  auto it = devices_.find(device);
-  if (it == devices_.end()) return kBadObjectErr;
-  std::vector<uint32_t> channels = scope == Scope::input ? it->second.inputChannels
-                                                          : std::vector<uint32_t>(it->second.outputStreams, 2);
+  const SimDevice* d = findLocked(devices_, device);
+  if (!d) return kBadObjectErr;
+  std::vector<uint32_t> channels = scope == Scope::input ? d->inputChannels : std::vector<uint32_t>(d->outputStreams, 2);
   // The whole list, of which only what fits the caller's room is written:
   // the header keeps declaring every buffer.
   std::vector<uint8_t> full(8 + 16 * channels.size(), 0);
@@ -318,18 +324,18 @@ OSStatus SimAudioHardware::destroyProcessTap(AudioObjectID tap) {
 OSStatus SimAudioHardware::tapUID(AudioObjectID tap, std::optional<std::string>& out) {
   if (auto st = scripted("TapUID")) return *st;
   std::lock_guard lock(mutex_);
-  auto it = taps_.find(tap);
-  if (it == taps_.end()) return kBadObjectErr;
-  out = it->second.uid;
+  const Tap* t = findLocked(taps_, tap);
+  if (!t) return kBadObjectErr;
+  out = t->uid;
   return 0;
 }
 
 OSStatus SimAudioHardware::tapFormat(AudioObjectID tap, platform::StreamFormat& out) {
   if (auto st = scripted("TapFormat")) return *st;
   std::lock_guard lock(mutex_);
-  auto it = taps_.find(tap);
-  if (it == taps_.end()) return kBadObjectErr;
-  out = it->second.format;
+  const Tap* t = findLocked(taps_, tap);
+  if (!t) return kBadObjectErr;
+  out = t->format;
   return 0;
 }
 
