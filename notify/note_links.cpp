@@ -2,8 +2,6 @@
 
 #include <uuid/uuid.h>
 
-#include <cstdio>
-
 #include "notify/unicode_text.h"
 #include "notify/url_components.h"
 
@@ -11,19 +9,13 @@ namespace ac::notify {
 
 std::optional<std::string> percentEncodeNotePath(std::string_view path) {
   if (!text::isValidUTF8(path)) return std::nullopt;
+  // Letters, marks and digits of every script stand as they are; every byte
+  // of anything else but "-._~" is escaped.
   std::string out;
   out.reserve(path.size() * 3);
   for (char32_t c : text::scalars(path)) {
     std::string bytes = text::utf8(std::u32string_view(&c, 1));
-    if (text::isAlphanumeric(c) || c == U'-' || c == U'.' || c == U'_' || c == U'~') {
-      out += bytes;
-      continue;
-    }
-    for (unsigned char b : bytes) {
-      char escaped[4];
-      std::snprintf(escaped, sizeof escaped, "%%%02X", b);
-      out += escaped;
-    }
+    out += c >= 0x80 && text::isAlphanumeric(c) ? bytes : percentEncodeBytes(bytes);
   }
   return out;
 }
@@ -64,7 +56,7 @@ bool appleNotesNoteIdShaped(std::string_view noteId) {
 std::optional<std::string> appleNotesNotifyURL(std::string_view token) {
   auto url = parseURLComponents(token);
   if (!url || url->scheme != appleNotesScheme || url->host != appleNotesHost) return std::nullopt;
-  if (url->user || url->password || url->port || url->fragment) return std::nullopt;
+  if (url->userInfo || url->port || url->fragment) return std::nullopt;
   if (!url->path.empty() && url->path != "/") return std::nullopt;
   if (!url->query) return std::nullopt;
   auto items = parseQueryItems(*url->query);
@@ -81,9 +73,11 @@ std::optional<std::string> appleNotesNotifyURL(std::string_view token) {
   if (!appleNotesNoteIdShaped(*noteId) || !appleNotesUUIDShaped(*storeUUID)) return std::nullopt;
   if (appleNotesEmbeddedStoreUUID(*noteId) != *storeUUID) return std::nullopt;
 
-  return std::string(appleNotesScheme) + "://" + std::string(appleNotesHost) +
-         "?note_id=" + percentEncodeQueryComponent(*noteId) +
-         "&store_uuid=" + percentEncodeQueryComponent(*storeUUID);
+  URLComponents link;
+  link.scheme = appleNotesScheme;
+  link.host = appleNotesHost;
+  link.query = "note_id=" + percentEncodeQueryComponent(*noteId) + "&store_uuid=" + percentEncodeQueryComponent(*storeUUID);
+  return composeURL(link);
 }
 
 bool notionNotifyHex32(std::string_view text) {
@@ -110,10 +104,10 @@ std::optional<std::string> notionNotifyURL(std::string_view token) {
   // page on exactly that host.
   auto url = parseURLComponents(canonical);
   if (!url || url->scheme != "https" || url->host != notionWebHost) return std::nullopt;
-  if (url->user || url->password || url->port || url->query) return std::nullopt;
+  if (url->userInfo || url->port || url->query) return std::nullopt;
   if (url->path != "/" + std::string(page)) return std::nullopt;
   if (url->fragment != (block ? std::optional<std::string>(std::string(*block)) : std::nullopt)) return std::nullopt;
-  if (canonical != token) return std::nullopt;
+  if (composeURL(*url) != canonical || canonical != token) return std::nullopt;
   return canonical;
 }
 

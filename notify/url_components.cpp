@@ -1,150 +1,165 @@
 #include "notify/url_components.h"
 
+#include <uriparser/Uri.h>
+
 #include "notify/unicode_text.h"
 
 namespace ac::notify {
 namespace {
 
-bool isAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isHex(char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
-bool isUnreserved(char c) { return isAlpha(c) || isDigit(c) || c == '-' || c == '.' || c == '_' || c == '~'; }
-
-int hexValue(char c) {
-  if (isDigit(c)) return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return c - 'A' + 10;
+// uriparser marks an absent component with a null `first`; an empty but
+// present one points at some non-null (possibly static) empty text.
+std::optional<std::string> componentText(const UriTextRangeA& range) {
+  if (!range.first) return std::nullopt;
+  return std::string(range.first, range.afterLast);
 }
 
-// Characters a URL may carry literally, brackets excluded (no IPv6 hosts
-// are ever valid here).
-bool isURLCharacter(char c) {
-  static constexpr std::string_view delimiters = ":/?#@!$&'()*+,;=";
-  return isUnreserved(c) || delimiters.find(c) != std::string_view::npos;
+UriTextRangeA range(std::string_view s) {
+  // data() of an empty std::string is non-null, which keeps "present but
+  // empty" apart from absent.
+  return {s.data(), s.data() + s.size()};
 }
 
-bool hasOnlyURLCharacters(std::string_view s) {
-  for (std::size_t i = 0; i < s.size(); ++i) {
-    if (s[i] == '%') {
-      if (i + 2 >= s.size() || !isHex(s[i + 1]) || !isHex(s[i + 2])) return false;
-      i += 2;
-    } else if (!isURLCharacter(s[i])) {
-      return false;
-    }
+UriTextRangeA range(const std::optional<std::string>& s) {
+  return s ? range(std::string_view(*s)) : UriTextRangeA{nullptr, nullptr};
+}
+
+// After a host every segment follows a "/"; without one only an absolute
+// path starts with "/".
+std::string pathText(const UriUriA& uri) {
+  std::string path = uri.absolutePath ? "/" : "";
+  bool first = true;
+  for (const UriPathSegmentA* segment = uri.pathHead; segment; segment = segment->next) {
+    if (uri.hostText.first || !first) path += '/';
+    path.append(segment->text.first, segment->text.afterLast);
+    first = false;
   }
-  return true;
+  return path;
 }
 
-bool isScheme(std::string_view s) {
-  if (s.empty() || !isAlpha(s[0])) return false;
-  for (char c : s) {
-    if (!isAlpha(c) && !isDigit(c) && c != '+' && c != '-' && c != '.') return false;
+std::vector<std::string_view> split(std::string_view s, char separator) {
+  std::vector<std::string_view> pieces;
+  for (std::size_t start = 0;;) {
+    std::size_t end = s.find(separator, start);
+    pieces.push_back(s.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start));
+    if (end == std::string_view::npos) return pieces;
+    start = end + 1;
   }
-  return true;
 }
 
-void splitAuthority(std::string_view authority, URLComponents& out) {
-  std::size_t at = authority.rfind('@');
-  if (at != std::string_view::npos) {
-    std::string_view userinfo = authority.substr(0, at);
-    authority.remove_prefix(at + 1);
-    std::size_t colon = userinfo.find(':');
-    out.user = std::string(userinfo.substr(0, colon));
-    if (colon != std::string_view::npos) out.password = std::string(userinfo.substr(colon + 1));
-  }
-  std::size_t colon = authority.find(':');
-  out.host = std::string(authority.substr(0, colon));
-  if (colon != std::string_view::npos) out.port = std::string(authority.substr(colon + 1));
+// uriUnescapeInPlaceExA returns the new end, so a decoded "%00" survives
+// instead of cutting the piece short. It reads up to a NUL, which a parsed
+// query never holds literally.
+std::optional<std::string> decodedUTF8(std::string_view encoded) {
+  if (encoded.find('\0') != std::string_view::npos) return std::nullopt;
+  std::string buffer(encoded);
+  const char* end = uriUnescapeInPlaceExA(buffer.data(), URI_FALSE, URI_BR_DONT_TOUCH);
+  buffer.resize(static_cast<std::size_t>(end - buffer.data()));
+  if (!text::isValidUTF8(buffer)) return std::nullopt;
+  return buffer;
 }
 
 }  // namespace
 
 std::optional<URLComponents> parseURLComponents(std::string_view url) {
-  if (!hasOnlyURLCharacters(url)) return std::nullopt;
-  URLComponents out;
-  std::size_t colon = url.find(':');
-  if (colon == std::string_view::npos || !isScheme(url.substr(0, colon))) return std::nullopt;
-  out.scheme = std::string(url.substr(0, colon));
-  std::string_view rest = url.substr(colon + 1);
-
-  std::size_t hash = rest.find('#');
-  if (hash != std::string_view::npos) {
-    std::string_view fragment = rest.substr(hash + 1);
-    if (fragment.find('#') != std::string_view::npos) return std::nullopt;
-    out.fragment = std::string(fragment);
-    rest = rest.substr(0, hash);
+  UriUriA uri;
+  const char* errorPos = nullptr;
+  if (uriParseSingleUriExA(&uri, url.data(), url.data() + url.size(), &errorPos) != URI_SUCCESS) return std::nullopt;
+  // A relative reference parses too, but only an absolute URL is a link.
+  std::optional<URLComponents> out;
+  if (uri.scheme.first && !uri.hostData.ip6 && !uri.hostData.ipFuture.first) {
+    out = URLComponents{
+        .scheme = *componentText(uri.scheme),
+        .userInfo = componentText(uri.userInfo),
+        .host = componentText(uri.hostText),
+        .port = componentText(uri.portText),
+        .path = pathText(uri),
+        .query = componentText(uri.query),
+        .fragment = componentText(uri.fragment),
+    };
   }
-  std::size_t question = rest.find('?');
-  if (question != std::string_view::npos) {
-    out.query = std::string(rest.substr(question + 1));
-    rest = rest.substr(0, question);
-  }
-  if (rest.starts_with("//")) {
-    rest.remove_prefix(2);
-    std::size_t slash = rest.find('/');
-    splitAuthority(rest.substr(0, slash), out);
-    rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash);
-    if (out.port && !out.port->empty()) {
-      for (char c : *out.port) {
-        if (!isDigit(c)) return std::nullopt;
-      }
-    }
-  }
-  out.path = std::string(rest);
+  uriFreeUriMembersA(&uri);
   return out;
 }
 
-std::optional<std::string> percentDecode(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      out.push_back(text[i]);
-      continue;
-    }
-    if (i + 2 >= text.size() || !isHex(text[i + 1]) || !isHex(text[i + 2])) return std::nullopt;
-    out.push_back(static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2])));
-    i += 2;
+std::optional<std::string> composeURL(const URLComponents& c) {
+  UriUriA uri{};
+  uri.scheme = range(std::string_view(c.scheme));
+  uri.userInfo = range(c.userInfo);
+  uri.hostText = range(c.host);
+  uri.portText = range(c.port);
+  uri.query = range(c.query);
+  uri.fragment = range(c.fragment);
+  uri.owner = URI_FALSE;
+
+  std::string_view path = c.path;
+  if (path.starts_with('/')) {
+    uri.absolutePath = c.host ? URI_FALSE : URI_TRUE;
+    path.remove_prefix(1);
   }
-  return out;
+  std::vector<UriPathSegmentA> segments;
+  if (!path.empty() || (c.host && !c.path.empty())) {
+    for (std::string_view piece : split(path, '/')) segments.push_back({range(piece), nullptr, nullptr});
+    for (std::size_t i = 0; i + 1 < segments.size(); ++i) segments[i].next = &segments[i + 1];
+    uri.pathHead = &segments.front();
+    uri.pathTail = &segments.back();
+  }
+
+  int required = 0;
+  if (uriToStringCharsRequiredA(&uri, &required) != URI_SUCCESS) return std::nullopt;
+  std::string composed(static_cast<std::size_t>(required) + 1, '\0');
+  int written = 0;
+  if (uriToStringA(composed.data(), &uri, required + 1, &written) != URI_SUCCESS) return std::nullopt;
+  composed.resize(static_cast<std::size_t>(written) - 1);  // `written` counts the terminator
+  if (parseURLComponents(composed) != c) return std::nullopt;
+  return composed;
 }
 
+// Split here rather than by uriDissectQueryMallocExA, which drops empty
+// items (so "a&&b" would pass for two) and cuts a value at a decoded NUL.
 std::optional<std::vector<URLQueryItem>> parseQueryItems(std::string_view query) {
   std::vector<URLQueryItem> items;
-  std::size_t start = 0;
-  while (start <= query.size()) {
-    std::size_t amp = query.find('&', start);
-    std::string_view item = query.substr(start, amp == std::string_view::npos ? std::string_view::npos : amp - start);
+  for (std::string_view item : split(query, '&')) {
     std::size_t eq = item.find('=');
-    auto name = percentDecode(item.substr(0, eq));
-    if (!name || !text::isValidUTF8(*name)) return std::nullopt;
-    URLQueryItem parsed{*name, std::nullopt};
+    auto name = decodedUTF8(item.substr(0, eq));
+    if (!name) return std::nullopt;
+    URLQueryItem parsed{std::move(*name), std::nullopt};
     if (eq != std::string_view::npos) {
-      auto value = percentDecode(item.substr(eq + 1));
-      if (!value || !text::isValidUTF8(*value)) return std::nullopt;
-      parsed.value = *value;
+      parsed.value = decodedUTF8(item.substr(eq + 1));
+      if (!parsed.value) return std::nullopt;
     }
     items.push_back(std::move(parsed));
-    if (amp == std::string_view::npos) break;
-    start = amp + 1;
   }
   return items;
 }
 
-std::string percentEncodeQueryComponent(std::string_view text) {
-  static constexpr std::string_view kept = "!$'()*,;:@/?";
-  static constexpr char hex[] = "0123456789ABCDEF";
+std::string percentEncodeBytes(std::string_view bytes) {
+  // uriEscapeExA stops at a NUL byte whatever end it is given, so each run
+  // between NULs is escaped on its own.
   std::string out;
-  out.reserve(text.size());
-  for (char c : text) {
-    if (isUnreserved(c) || kept.find(c) != std::string_view::npos) {
-      out.push_back(c);
-    } else {
-      auto byte = static_cast<unsigned char>(c);
-      out.push_back('%');
-      out.push_back(hex[byte >> 4]);
-      out.push_back(hex[byte & 0xF]);
-    }
+  bool first = true;
+  for (std::string_view run : split(bytes, '\0')) {
+    if (!first) out += "%00";
+    first = false;
+    std::string escaped(run.size() * 3 + 1, '\0');
+    char* end = uriEscapeExA(run.data(), run.data() + run.size(), escaped.data(), URI_FALSE, URI_FALSE);
+    out.append(escaped.data(), end);
+  }
+  return out;
+}
+
+std::string percentEncodeQueryComponent(std::string_view text) {
+  // What a query item may carry literally beyond the unreserved characters:
+  // the sub-delimiters and ":@/?" that do not split items.
+  static constexpr std::string_view keptLiterally = "!$'()*,;:@/?";
+  std::string out;
+  std::size_t start = 0;
+  while (start < text.size()) {
+    std::size_t stop = text.find_first_of(keptLiterally, start);
+    if (stop == std::string_view::npos) stop = text.size();
+    out += percentEncodeBytes(text.substr(start, stop - start));
+    if (stop < text.size()) out += text[stop];
+    start = stop + 1;
   }
   return out;
 }
