@@ -188,15 +188,30 @@ TEST_F(PulseAudioHardwareTest, TapFollowsTheSinkItRecordsAndTheAggregateShowsOnl
   EXPECT_TRUE(onQueue);
   EXPECT_EQ(configuration(agg, Scope::input), std::vector<uint32_t>{2});
   EXPECT_EQ(idOf("agg-" + b), agg);
-
   for (const nlohmann::json& d : {nlohmann::json{{"master", b}, {"taps", {{{"uid", "no-such-tap"}}}}},
                                   nlohmann::json{{"master", "no-such-sink"}, {"taps", {{{"uid", *uid}}}}},
                                   nlohmann::json{{"taps", {{{"uid", *uid}}}}}}) {
     AudioObjectID none = 0;
     EXPECT_NE(hw.createAggregateDevice(d, none), 0) << d.dump();
   }
-  EXPECT_EQ(hw.removePropertyListener(tap, ListenedProperty::tapFormat, listener), 0);
   EXPECT_EQ(hw.destroyAggregateDevice(agg), 0);
+
+  // The sink under capture changes rate: an idle sink takes the rate of a
+  // stream that arrives at its alternate rate, 48 kHz.
+  std::string c = uniqueName("c");
+  loadModule("module-null-sink rate=44100 sink_name=" + c);
+  AudioObjectID aggC = makeAggregate(c, tap);
+  ASSERT_EQ(hw.tapFormat(tap, f), 0);
+  EXPECT_EQ(f.sampleRate, 44100);
+  int before = fired;
+  ac::testing::SimpleStream reader(c + ".monitor", {}, 48000);
+  pactl("suspend-sink " + c + " 1");  // restarted, it serves the reader at once
+  pactl("suspend-sink " + c + " 0");
+  EXPECT_TRUE(eventually([&] { return fired > before; }));
+  ASSERT_EQ(hw.tapFormat(tap, f), 0);
+  EXPECT_EQ(f.sampleRate, 48000);
+  EXPECT_EQ(hw.destroyAggregateDevice(aggC), 0);
+  EXPECT_EQ(hw.removePropertyListener(tap, ListenedProperty::tapFormat, listener), 0);
   EXPECT_EQ(hw.destroyProcessTap(tap), 0);
 }
 
