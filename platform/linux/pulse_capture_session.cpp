@@ -120,7 +120,7 @@ void PulseCaptureSession::applyLocked() {
   if (!running_) return;
   // The swap: the stream moves to the new source (or stops without one).
   closeStreamLocked();
-  if (activeInput_ && output_ && !openStreamLocked()) running_ = false;
+  running_ = !(activeInput_ && output_) || openStreamLocked();
 }
 
 void PulseCaptureSession::closeStreamLocked() {

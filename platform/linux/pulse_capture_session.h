@@ -25,7 +25,7 @@ namespace ac::platform::linux_backend {
 
 class PulseConnection;
 
-// The server-side spec for an output's settings; absent for layouts the
+// The server-side sample format for an output's settings; absent for layouts the
 // server cannot deliver (non-interleaved multichannel, odd bit depths).
 std::optional<pa_sample_spec> sampleSpecFor(const CaptureAudioSettings& settings);
 

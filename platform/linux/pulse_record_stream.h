@@ -48,7 +48,7 @@ class PulseRecordStream {
   PulseRecordStream(const PulseRecordStream&) = delete;
   PulseRecordStream& operator=(const PulseRecordStream&) = delete;
 
-  // Records `source` as `spec` (the server converts), with chunks of about
+  // Records `source` in the given sample format (the server converts), with chunks of about
   // fragmentMs. Blocks until the stream runs; non-zero when it cannot.
   OSStatus start(const std::string& source, const pa_sample_spec& spec, uint32_t fragmentMs, const char* streamName);
   OSStatus stop();

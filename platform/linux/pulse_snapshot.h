@@ -43,7 +43,7 @@ struct Snapshot {
 // call it on the connection's loop thread.
 OSStatus readSnapshot(PulseConnection& connection, Snapshot& out);
 
-// A sample spec as a stream description (interleaved, packed, native
+// A PulseAudio sample format as a stream description (interleaved, packed, native
 // layout of PulseAudio's formats); a zeroed description for formats the
 // seams have no words for (compressed, a-law, mu-law).
 StreamFormat streamFormatFor(const pa_sample_spec& spec);
