@@ -7,6 +7,14 @@ namespace {
 
 using V = std::vector<std::string>;
 
+// The defaults with some fields changed.
+template <class F>
+Args with(F change) {
+  Args a;
+  change(a);
+  return a;
+}
+
 TEST(ParseArgs, WalkThenWholeLineChecks) {
   struct Case {
     V args;
@@ -27,13 +35,15 @@ TEST(ParseArgs, WalkThenWholeLineChecks) {
        ArgsError{"--armed is quick-note-only: refuse --lockfile/--pidfile"}},
       {{"-o", "a", "--status-fifo", "s"}, ArgsError{"--go-fifo/--status-fifo require --armed"}},
       // Values are taken verbatim, the last one wins.
-      {{"--output", "a.m4a", "-o", "--no-mic"}, Args{.output = "--no-mic"}},
+      {{"--output", "a.m4a", "-o", "--no-mic"}, with([](Args& a) { a.output = "--no-mic"; })},
       {{"-o", "~/x", "--no-mic", "--no-system", "--mic-uid", "U1", "--mic-uid", "U2", "--level-file", "~/l"},
-       Args{.output = "~/x", .micUID = "U2", .includeMic = false, .includeSystem = false, .levelPath = "~/l"}},
+       with([](Args& a) {
+         a.output = "~/x", a.micUID = "U2", a.includeMic = false, a.includeSystem = false, a.levelPath = "~/l";
+       })},
       {{"-o", "a", "--log", "l", "--pidfile", "p", "--lockfile", "k"},
-       Args{.output = "a", .logPath = "l", .pidPath = "p", .lockPath = "k"}},
+       with([](Args& a) { a.output = "a", a.logPath = "l", a.pidPath = "p", a.lockPath = "k"; })},
       {{"--armed", "--status-fifo", "s", "--go-fifo", "g", "-o", "a"},
-       Args{.output = "a", .armed = true, .goFIFOPath = "g", .statusFIFOPath = "s"}},
+       with([](Args& a) { a.output = "a", a.armed = true, a.goFIFOPath = "g", a.statusFIFOPath = "s"; })},
   };
   for (const auto& c : cases) {
     std::string shown;

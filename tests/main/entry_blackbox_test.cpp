@@ -145,8 +145,9 @@ TEST(EntryBlackBox, StartUpOrderThenSetUpFailure) {
             0u)
       << mic.err;
   EXPECT_TRUE(std::regex_search(mic.errLines(), std::regex("\nmic status post-request: \\d\n"))) << mic.err;
-  if (mic.status != 5)
+  if (mic.status != 5) {
     EXPECT_TRUE(contains(mic.errLines(), "\nlevel file: publishing mic level to " + s.path("level") + "\n"));
+  }
 }
 
 TEST(EntryBlackBox, ArmedSelfTestPasses) {
