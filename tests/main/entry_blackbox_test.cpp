@@ -87,6 +87,10 @@ TEST(EntryBlackBox, NotifyAndWithdrawRefusalsExitZero) {
     ExeResult r = runExe(s, c.args);
     EXPECT_EQ(r.err + r.out + std::to_string(r.status), c.err + "0");
   }
+  // A refused click target drops the target, not the banner.
+  ExeResult r = runExe(s, {"--notify", "T", "B", "relative/note.md"}, {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/none"}});
+  EXPECT_EQ(r.err.rfind("notify: ignoring open target (not-an-absolute-path)\n", 0), 0u) << r.err;
+  EXPECT_EQ(r.status, 0);
 }
 
 TEST(EntryBlackBox, CaptureLockAndCaptureActive) {
