@@ -1,8 +1,6 @@
 // The template roster, the meeting-prompt menu and its action identifiers.
 #include "notify/meeting_banner.h"
 
-#include <openssl/evp.h>
-
 #include <algorithm>
 #include <set>
 
@@ -11,6 +9,7 @@
 #include "notify/click_payload.h"
 #include "notify/unicode_text.h"
 #include "support/paths.h"
+#include "support/sha256.h"
 
 namespace ac::notify::MeetingBanner {
 namespace {
@@ -72,12 +71,7 @@ std::vector<MenuItem> menu(const std::vector<RosterEntry>& roster) {
 }
 
 std::string digest(std::string_view id, std::string_view name) {
-  std::string input = std::string(id) + "\n" + std::string(name);
-  unsigned char hash[EVP_MAX_MD_SIZE];
-  unsigned int length = 0;
-  if (EVP_Digest(input.data(), input.size(), hash, &length, EVP_sha256(), nullptr) != 1 || length < digestLength / 2) {
-    return {};  // matches no offered digest, so a pick refuses
-  }
+  const auto hash = sha256(std::string(id) + "\n" + std::string(name));
   static constexpr char hex[] = "0123456789abcdef";
   std::string out;
   for (std::size_t i = 0; i < digestLength / 2; ++i) {
