@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages=(
   # build
-  cmake ninja-build g++ clang pkg-config
+  cmake ninja-build g++ clang libclang-rt-14-dev pkg-config
   # libraries
   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libssl-dev uuid-dev libicu-dev
   libpulse-dev libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libdbus-1-dev liburiparser-dev

@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Every test: a normal build (build/) and an AddressSanitizer +
 # UndefinedBehaviorSanitizer build (build-asan/), each configured, built and
-# run with CTest against a private PulseAudio server (scripts/with-pulse.sh).
+# run with CTest against a private PulseAudio server (scripts/with-pulse.sh),
+# then the parsers' libFuzzer targets (clang, build-fuzz/) for a bounded time.
 # Exits non-zero when any build or test fails.
 #
-#   JOBS=N scripts/test.sh     # parallel jobs (default 2)
+#   JOBS=N scripts/test.sh            # parallel jobs (default 2)
+#   FUZZ_SECONDS=N scripts/test.sh    # seconds per fuzz target (default 15)
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -29,9 +31,11 @@ configure_and_build build-asan -DCMAKE_BUILD_TYPE=Debug -DAC_SANITIZE=ON
 failed=()
 run_tests build || failed+=(build)
 run_tests build-asan || failed+=(build-asan)
+echo "== fuzzing the parsers (${FUZZ_SECONDS:-15}s each)"
+"$root/tests/fuzz/run-fuzzers.sh" "$root/build-fuzz" "${FUZZ_SECONDS:-15}" || failed+=(fuzz)
 
 if [[ ${#failed[@]} -gt 0 ]]; then
   echo "test.sh: FAILED in ${failed[*]}" >&2
   exit 1
 fi
-echo "test.sh: all tests passed in build and build-asan"
+echo "test.sh: all tests passed in build and build-asan; fuzzers found nothing"
