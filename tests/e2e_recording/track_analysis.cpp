@@ -1,0 +1,139 @@
+#include "e2e_recording/track_analysis.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <numbers>
+
+namespace ac::e2e {
+namespace {
+
+constexpr double kClickHz = 3000;
+constexpr double kClickSeconds = 0.002;
+constexpr float kClickAmplitude = 0.8f;
+constexpr double kMinGapSeconds = 0.18, kMaxGapSeconds = 0.42;
+
+void putLE(std::string& out, uint32_t value, int bytes) {
+  for (int i = 0; i < bytes; ++i) out.push_back(static_cast<char>((value >> (8 * i)) & 0xff));
+}
+
+}  // namespace
+
+Pcm sineWave(int rate, double hz, double seconds, float amplitude) {
+  Pcm pcm{rate, std::vector<float>(static_cast<size_t>(seconds * rate))};
+  for (size_t i = 0; i < pcm.samples.size(); ++i)
+    pcm.samples[i] = amplitude * static_cast<float>(std::sin(2 * std::numbers::pi * hz * double(i) / rate));
+  return pcm;
+}
+
+Pcm clickTrain(int rate, double seconds, uint32_t seed) {
+  Pcm pcm{rate, std::vector<float>(static_cast<size_t>(seconds * rate))};
+  const auto burst = static_cast<size_t>(kClickSeconds * rate);
+  uint32_t state = seed;
+  double at = kMinGapSeconds;
+  while (true) {
+    const auto start = static_cast<size_t>(at * rate);
+    if (start + burst > pcm.samples.size()) break;
+    for (size_t i = 0; i < burst; ++i) {
+      const double hann = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * double(i) / double(burst));
+      pcm.samples[start + i] =
+          kClickAmplitude * static_cast<float>(hann * std::sin(2 * std::numbers::pi * kClickHz * double(i) / rate));
+    }
+    state = state * 1664525u + 1013904223u;  // any spread of gaps will do
+    at += kMinGapSeconds + (kMaxGapSeconds - kMinGapSeconds) * double(state >> 8) / double(1u << 24);
+  }
+  return pcm;
+}
+
+std::string wavFile(const Pcm& pcm) {
+  const auto dataBytes = static_cast<uint32_t>(pcm.samples.size() * 2);
+  std::string out = "RIFF";
+  putLE(out, 36 + dataBytes, 4);
+  out += "WAVEfmt ";
+  putLE(out, 16, 4);
+  putLE(out, 1, 2);  // PCM
+  putLE(out, 1, 2);  // mono
+  putLE(out, static_cast<uint32_t>(pcm.rate), 4);
+  putLE(out, static_cast<uint32_t>(pcm.rate * 2), 4);
+  putLE(out, 2, 2);
+  putLE(out, 16, 2);
+  out += "data";
+  putLE(out, dataBytes, 4);
+  for (float s : pcm.samples)
+    putLE(out, static_cast<uint16_t>(static_cast<int16_t>(std::lround(std::clamp(s, -1.0f, 1.0f) * 32767))), 2);
+  return out;
+}
+
+Pcm pcmFromFloatBytes(int rate, const std::string& bytes) {
+  Pcm pcm{rate, std::vector<float>(bytes.size() / sizeof(float))};
+  std::memcpy(pcm.samples.data(), bytes.data(), pcm.samples.size() * sizeof(float));
+  return pcm;
+}
+
+double toneAmplitude(const Pcm& pcm, double hz) {
+  if (pcm.samples.empty() || pcm.rate == 0) return 0;
+  const double coeff = 2 * std::cos(2 * std::numbers::pi * hz / pcm.rate);
+  double s1 = 0, s2 = 0;
+  for (float x : pcm.samples) {
+    const double s = x + coeff * s1 - s2;
+    s2 = s1;
+    s1 = s;
+  }
+  const double power = std::max(0.0, s1 * s1 + s2 * s2 - coeff * s1 * s2);
+  return 2 * std::sqrt(power) / double(pcm.samples.size());
+}
+
+std::vector<double> clickTimes(const Pcm& pcm) {
+  std::vector<double> times;
+  float loudest = 0;
+  for (float x : pcm.samples) loudest = std::max(loudest, std::fabs(x));
+  if (loudest == 0) return times;
+  const float threshold = loudest / 3;
+  // The burst and the codec's smear around it, from its first loud sample.
+  const auto before = static_cast<size_t>(0.002 * pcm.rate), after = static_cast<size_t>(0.006 * pcm.rate);
+  const auto refractory = static_cast<size_t>(kMinGapSeconds / 2 * pcm.rate);
+  const size_t n = pcm.samples.size();
+  for (size_t i = 0; i < n; ++i) {
+    if (std::fabs(pcm.samples[i]) < threshold) continue;
+    double energy = 0, moment = 0;
+    for (size_t j = i > before ? i - before : 0; j < std::min(n, i + after); ++j) {
+      const double e = double(pcm.samples[j]) * pcm.samples[j];
+      energy += e;
+      moment += e * double(j);
+    }
+    times.push_back(moment / energy / pcm.rate);
+    i += refractory;
+  }
+  return times;
+}
+
+std::optional<Lag> medianLag(const std::vector<double>& a, const std::vector<double>& b, double maxLag) {
+  // Two clicks of one sound land within this of each other once shifted.
+  constexpr double kTolerance = 0.005;
+  auto lagsAt = [&](double shift) {
+    std::vector<double> lags;
+    for (double t : a) {
+      auto it = std::lower_bound(b.begin(), b.end(), t + shift - kTolerance);
+      if (it != b.end() && *it <= t + shift + kTolerance) lags.push_back(*it - t);
+    }
+    return lags;
+  };
+  // The shift that pairs up the most clicks: with irregular gaps any other
+  // pairs only a few by chance.
+  std::vector<double> best;
+  for (double t : a)
+    for (auto it = std::lower_bound(b.begin(), b.end(), t - maxLag); it != b.end() && *it <= t + maxLag; ++it)
+      if (std::vector<double> lags = lagsAt(*it - t); lags.size() > best.size()) best = std::move(lags);
+  if (best.empty()) return std::nullopt;
+  std::nth_element(best.begin(), best.begin() + best.size() / 2, best.end());
+  return Lag{best[best.size() / 2], best.size()};
+}
+
+std::vector<double> within(const std::vector<double>& times, double from, double to) {
+  std::vector<double> out;
+  for (double t : times)
+    if (t >= from && t < to) out.push_back(t);
+  return out;
+}
+
+}  // namespace ac::e2e
