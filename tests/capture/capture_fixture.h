@@ -1,67 +1,21 @@
-// Shared pieces of the capture tests: captured log lines, a recording sink
-// and a system chain on simulated hardware.
+// Shared pieces of the capture tests: a recording sink and a system chain on
+// simulated hardware.
 #pragma once
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "capture/system_capture.h"
 #include "simulated/sim_audio_hardware.h"
-#include "support/log.h"
+#include "tests/support/log_capture.h"
 
 namespace ac::capture::testing {
 
 using platform::AudioObjectID;
 
-// Collects log lines (without their time stamp) through the log file
-// descriptor for as long as it lives.
-class LogCapture {
- public:
-  LogCapture() : file_(std::tmpfile()), previous_(logFileDescriptor()) { setLogFileDescriptor(fileno(file_)); }
-  ~LogCapture() {
-    setLogFileDescriptor(previous_);
-    std::fclose(file_);
-  }
-  std::vector<std::string> lines() const {
-    std::vector<std::string> out;
-    std::string text;
-    char buf[4096];
-    for (off_t at = 0;;) {
-      ssize_t n = ::pread(fileno(file_), buf, sizeof buf, at);
-      if (n <= 0) break;
-      text.append(buf, size_t(n));
-      at += n;
-    }
-    size_t start = 0;
-    for (size_t nl; (nl = text.find('\n', start)) != std::string::npos; start = nl + 1) {
-      std::string line = text.substr(start, nl - start);
-      size_t close = line.find("] ");
-      out.push_back(close == std::string::npos ? line : line.substr(close + 2));
-    }
-    return out;
-  }
-  bool has(const std::string& line) const { return count(line) > 0; }
-  size_t count(const std::string& line) const {
-    auto all = lines();
-    return size_t(std::count(all.begin(), all.end(), line));
-  }
-  // Lines starting with prefix.
-  std::vector<std::string> matching(const std::string& prefix) const {
-    std::vector<std::string> out;
-    for (auto& l : lines())
-      if (l.rfind(prefix, 0) == 0) out.push_back(l);
-    return out;
-  }
-
- private:
-  FILE* file_;
-  int previous_;
-};
+using test::LogCapture;
 
 struct RecordingSink : SystemSampleSink {
   bool hasInput = true;

@@ -18,10 +18,6 @@
 namespace ac::test {
 namespace {
 
-bool contains(const std::string& haystack, const std::string& needle) {
-  return haystack.find(needle) != std::string::npos;
-}
-
 // The owner's ends of the pipes, close-on-exec so the recorder never
 // inherits a writer of its own go pipe.
 class Owner {

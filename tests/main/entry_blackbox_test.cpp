@@ -29,10 +29,6 @@ const char* const kUsage =
     "       audio-capture --notif-auth-status\n"
     "       audio-capture                (no arguments: route a pending notification click, then exit)\n";
 
-bool contains(const std::string& haystack, const std::string& needle) {
-  return haystack.find(needle) != std::string::npos;
-}
-
 TEST(EntryBlackBox, HelpAndUsageErrors) {
   Scratch s;
   ExeResult help = runExe(s, {"-h", "--bogus"});

@@ -17,8 +17,6 @@ std::string ExeResult::errLines() const {
   return std::regex_replace(err, stamp, "$1");
 }
 
-bool Scratch::exists(const std::string& name) const { return std::filesystem::exists(path(name)); }
-
 RunningExe::RunningExe(const Scratch& scratch, const std::string& exe, const std::vector<std::string>& args,
                        const EnvChanges& env) {
   static int runs = 0;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "notify/temp_dir.h"
+#include "tests/support/scratch_dir.h"
 
 namespace ac::test {
 
@@ -20,12 +20,11 @@ struct ExeResult {
   std::string errLines() const;
 };
 
-class Scratch : public notify::testing::TempDir {
- public:
-  std::string path(const std::string& name) const { return file(name); }
-  std::string read(const std::string& name) const { return contents(file(name)); }
-  bool exists(const std::string& name) const;
-};
+using Scratch = ScratchDir;
+
+inline bool contains(const std::string& haystack, const std::string& needle) {
+  return haystack.find(needle) != std::string::npos;
+}
 
 // A value sets the variable, nullopt removes it.
 using EnvChanges = std::map<std::string, std::optional<std::string>>;

@@ -1,15 +1,13 @@
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <csignal>
 
 #include <gtest/gtest.h>
 
 #include "notify/click_journal.h"
-#include "temp_dir.h"
+#include "tests/support/held_lock.h"
+#include "tests/support/scratch_dir.h"
 
 namespace ac::notify {
 namespace {
@@ -21,15 +19,8 @@ using ::testing::internal::GetCapturedStderr;
 
 class ClickJournalFile : public ::testing::Test {
  protected:
-  testing::TempDir dir;
-  std::string path = dir.file("notify-clicks.json");
-
-  // Holds the journal lock the way another notify process would.
-  int holdLock() {
-    int fd = ::open(dir.file(".notify-clicks.lock").c_str(), O_RDWR | O_CREAT, 0600);
-    EXPECT_EQ(::flock(fd, LOCK_EX | LOCK_NB), 0);
-    return fd;
-  }
+  test::ScratchDir dir;
+  std::string path = dir.path("notify-clicks.json");
 };
 
 TEST_F(ClickJournalFile, RecordedClickSurvivesToTheNextReaderPrivately) {
@@ -47,9 +38,9 @@ TEST_F(ClickJournalFile, RecordedClickSurvivesToTheNextReaderPrivately) {
 }
 
 TEST_F(ClickJournalFile, BusyLockLeavesTheFileByteForByte) {
-  testing::TempDir::write(path, R"({"v":1,"entries":[{"id":"N1","token":"","at":1}]})");
-  const std::string before = testing::TempDir::contents(path);
-  int fd = holdLock();
+  test::ScratchDir::write(path, R"({"v":1,"entries":[{"id":"N1","token":"","at":1}]})");
+  const std::string before = test::ScratchDir::contents(path);
+  auto lock = std::make_optional<test::HeldLock>(dir.path(".notify-clicks.lock"));
   CaptureStderr();
   EXPECT_FALSE(J::record("N2", "/a.md", IDs{}, 5, std::nullopt, path));
   EXPECT_FALSE(J::forget({"N1"}, path));
@@ -57,8 +48,8 @@ TEST_F(ClickJournalFile, BusyLockLeavesTheFileByteForByte) {
   EXPECT_EQ(J::withLock(path, [] { return 1; }), std::nullopt);
   const std::string busy = "notify: journal lock busy — leaving it to the holder\n";
   EXPECT_EQ(GetCapturedStderr(), busy + busy + busy + busy);
-  EXPECT_EQ(testing::TempDir::contents(path), before);
-  ::close(fd);
+  EXPECT_EQ(test::ScratchDir::contents(path), before);
+  lock.reset();
   EXPECT_EQ(J::withLock(path, [] { return 1; }), 1);
 }
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "temp_dir.h"
+#include "tests/support/scratch_dir.h"
 
 namespace ac::notify {
 namespace {
@@ -49,13 +49,13 @@ TEST(MeetingRoster, ParsesInFileOrderAndDegradesToFewerTemplates) {
 }
 
 TEST(MeetingRoster, ReadsABoundedFile) {
-  testing::TempDir dir;
-  EXPECT_TRUE(M::roster(dir.file("missing.json")).empty());
-  std::string path = dir.file("template-shortcuts.json");
-  testing::TempDir::write(path, R"({"v":1,"shortcuts":[{"id":"t1","name":"A"}]})");
+  test::ScratchDir dir;
+  EXPECT_TRUE(M::roster(dir.path("missing.json")).empty());
+  std::string path = dir.path("template-shortcuts.json");
+  test::ScratchDir::write(path, R"({"v":1,"shortcuts":[{"id":"t1","name":"A"}]})");
   EXPECT_EQ(M::roster(path).size(), 1u);
   std::string big = R"({"v":1,"shortcuts":[{"id":"t1","name":"A"}]})" + std::string(M::maxRosterBytes, ' ');
-  testing::TempDir::write(path, big);
+  test::ScratchDir::write(path, big);
   EXPECT_TRUE(M::roster(path).empty());
 }
 

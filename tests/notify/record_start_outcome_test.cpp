@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "temp_dir.h"
+#include "tests/support/scratch_dir.h"
 
 namespace ac::notify {
 namespace {
@@ -90,12 +90,12 @@ TEST(RecordStartOutcome, StateFilePid) {
 }
 
 TEST(RecordStartOutcome, LiveRecordingIsAStateFileNamingARunningProcess) {
-  testing::TempDir dir;
-  std::string path = dir.file("recording-state");
+  test::ScratchDir dir;
+  std::string path = dir.path("recording-state");
   EXPECT_FALSE(recordStartRecordingIsLive(path));
-  testing::TempDir::write(path, "pid=" + std::to_string(::getpid()) + "\n");
+  test::ScratchDir::write(path, "pid=" + std::to_string(::getpid()) + "\n");
   EXPECT_TRUE(recordStartRecordingIsLive(path));
-  testing::TempDir::write(path, "pid=2147483646\n");
+  test::ScratchDir::write(path, "pid=2147483646\n");
   EXPECT_FALSE(recordStartRecordingIsLive(path));
 
   ::setenv("VELA_STATE_DIR", "/some/dir", 1);
@@ -112,12 +112,12 @@ TEST(RecordStartOutcome, BannerOnlyWhenNothingIsRecording) {
 }
 
 TEST(RecordStartOutcome, CaptureIsReadUpToItsLimit) {
-  testing::TempDir dir;
-  std::string path = dir.file("capture.log");
+  test::ScratchDir dir;
+  std::string path = dir.path("capture.log");
   EXPECT_EQ(recordStartCapturedPrefix(path), std::nullopt);
-  testing::TempDir::write(path, "");
+  test::ScratchDir::write(path, "");
   EXPECT_EQ(recordStartCapturedPrefix(path), "");
-  testing::TempDir::write(path, "> ❌ first line\n" + std::string(200000, 'y'));
+  test::ScratchDir::write(path, "> ❌ first line\n" + std::string(200000, 'y'));
   auto captured = recordStartCapturedPrefix(path);
   ASSERT_TRUE(captured);
   EXPECT_EQ(captured->size(), 65536u);

@@ -4,15 +4,11 @@
 // process exit replaced by a flag.
 #pragma once
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <memory>
 #include <string>
 
 #include "notify/click_handling.h"
@@ -22,6 +18,8 @@
 #include "support/dispatch.h"
 #include "tests/simulated/sim_notification_center.h"
 #include "tests/simulated/sim_workspace.h"
+#include "tests/support/held_lock.h"
+#include "tests/support/scratch_dir.h"
 
 namespace ac::notify::testing {
 
@@ -37,27 +35,9 @@ class SimNotifyPlatform final : public platform::Platform {
   sim::SimWorkspace desk;
 };
 
-// Holds an exclusive flock on a file until destroyed, as another process
-// holding one of the notify-side locks would.
-class HeldLock {
- public:
-  explicit HeldLock(const std::string& path) : fd_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
-    EXPECT_EQ(::flock(fd_, LOCK_EX | LOCK_NB), 0);
-  }
-  ~HeldLock() { ::close(fd_); }
-
- private:
-  int fd_;
-};
-
 class NotifyFlowTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    // The real temporary directory, before any test pointed TMPDIR at its
-    // own (soon removed) home.
-    static const std::filesystem::path base = std::filesystem::temp_directory_path();
-    std::string pattern = (base / "ac-notify-flow.XXXXXX").string();
-    home_ = ::mkdtemp(pattern.data());
     ::setenv("HOME", home_.c_str(), 1);
     ::setenv("TMPDIR", home_.c_str(), 1);
     platform::setCurrent(&sim_);
@@ -70,7 +50,6 @@ class NotifyFlowTest : public ::testing::Test {
     setNotifyExitAction(nullptr);
     platform::setCurrent(nullptr);
     ::unsetenv("TMPDIR");
-    std::filesystem::remove_all(home_);
   }
 
   void captureStderr() {
@@ -84,21 +63,13 @@ class NotifyFlowTest : public ::testing::Test {
 
   std::string stateDir() const { return notifAuthStateDir(); }
   std::string statePath(const std::string& name) const { return stateDir() + "/" + name; }
-  HeldLock holdLock(const std::string& name) {
+  std::unique_ptr<test::HeldLock> holdLock(const std::string& name) {
     secureStateDir(stateDir());
-    return HeldLock(statePath(name));
+    return std::make_unique<test::HeldLock>(statePath(name));
   }
-
-  static std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-  }
+  static std::string readFile(const std::string& path) { return test::ScratchDir::contents(path); }
   static void writeFile(const std::string& path, const std::string& text, bool executable = false) {
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream(path) << text;
-    if (executable) std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    test::ScratchDir::write(path, text, executable);
   }
 
   // A banner as the centre lists it.
@@ -112,10 +83,11 @@ class NotifyFlowTest : public ::testing::Test {
     return d;
   }
 
+  test::ScratchDir scratch_;
+  const std::string home_ = scratch_.root();
   SimNotifyPlatform sim_;
   sim::SimNotificationCenter& center_ = sim_.center;
   sim::SimWorkspace& desk_ = sim_.desk;
-  std::string home_;
   int exits_ = 0;
   bool capturing_ = false;
 };

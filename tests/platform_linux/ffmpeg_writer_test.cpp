@@ -7,19 +7,16 @@
 
 #include <cmath>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <thread>
 
 #include "platform/linux/backends.h"
 #include "platform/linux/ffmpeg_pcm_format.h"
 #include "platform/linux/ffmpeg_track_timeline.h"
+#include "tests/support/scratch_dir.h"
 
 namespace ac::platform::linux_backend {
 namespace {
-
-namespace fs = std::filesystem;
 
 struct Source {
   int rate;
@@ -100,8 +97,7 @@ double frequency(const std::vector<float>& pcm, int rate, double from, double to
 }
 
 int countTopLevelBoxes(const std::string& path, const char* type) {
-  std::ifstream f(path, std::ios::binary);
-  std::string data((std::istreambuf_iterator<char>(f)), {});
+  const std::string data = test::ScratchDir::contents(path);
   int count = 0;
   for (size_t at = 0; at + 8 <= data.size();) {
     const auto* p = reinterpret_cast<const uint8_t*>(data.data() + at);
@@ -115,12 +111,6 @@ int countTopLevelBoxes(const std::string& path, const char* type) {
 
 class FFmpegWriterTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() / ("ffmpeg-writer-" + std::to_string(getpid()));
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
   std::unique_ptr<AssetWriter> open(const std::string& name, double fragmentSeconds = 5) {
     Error error;
     auto w = factory_->makeMPEG4Writer(path(name), MediaTime::make(std::llround(fragmentSeconds * 600), 600), error);
@@ -142,9 +132,9 @@ class FFmpegWriterTest : public ::testing::Test {
     w.finishWriting([&] { ++calls; });
     EXPECT_EQ(calls, 1);
   }
-  std::string path(const std::string& name) const { return (dir_ / name).string(); }
+  std::string path(const std::string& name) const { return scratch_.path(name); }
 
-  fs::path dir_;
+  test::ScratchDir scratch_;
   std::unique_ptr<WriterFactory> factory_ = makeFFmpegWriterFactory();
 };
 

@@ -8,7 +8,8 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
-#include <sstream>
+
+#include "tests/support/scratch_dir.h"
 
 namespace ac {
 namespace {
@@ -17,18 +18,10 @@ namespace fs = std::filesystem;
 
 class LevelFileTest : public ::testing::Test {
  protected:
-  LevelFileTest() : dir(fs::temp_directory_path() / ("level-test-" + std::to_string(::getpid()))) {
-    fs::create_directories(dir);
-  }
-  ~LevelFileTest() override { fs::remove_all(dir); }
-  static std::string contents(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-  }
   static std::string rec(const std::string& number) { return "vela-level " + number + std::string(12, ' ') + "\n"; }
-  fs::path dir;
+  static std::string contents(const fs::path& p) { return test::ScratchDir::contents(p); }
+  test::ScratchDir scratch;
+  const fs::path dir = scratch.root();
 };
 
 TEST_F(LevelFileTest, RecordIsThirtyTwoBytesClampedToZeroOne) {

@@ -2,10 +2,6 @@
 // peaks and the level file.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
 #include "recorder/failure_notices.h"
 #include "recorder/level_file.h"
 #include "recorder_harness.h"
@@ -72,10 +68,7 @@ TEST_F(RecorderTest, EveryAppendedBufferIsOfferedToTheLevelFile) {
   rec->start();
   mic(1'000'000'000, 0.5f);
   mic(1'010'000'000, 0.125f);  // not a tick: published only because a meter is listening
-  std::ifstream in(levelPath);
-  std::stringstream text;
-  text << in.rdbuf();
-  EXPECT_EQ(text.str(), MicLevelFile::record(0.125f));
+  EXPECT_EQ(ScratchDir::contents(levelPath), MicLevelFile::record(0.125f));
 }
 
 }  // namespace

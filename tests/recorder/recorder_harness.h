@@ -4,12 +4,10 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -25,7 +23,8 @@
 #include "simulated/sim_notification_center.h"
 #include "simulated/sim_workspace.h"
 #include "support/dispatch.h"
-#include "support/log.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/scratch_dir.h"
 
 namespace ac::test {
 
@@ -42,44 +41,6 @@ class SimPlatform final : public platform::Platform {
   sim::SimWriterFactory writerSim;
   sim::SimNotificationCenter center;
   sim::SimWorkspace desk;
-};
-
-// Log lines as the recorder wrote them, without their time stamps, for as
-// long as the capture lives.
-class LogCapture {
- public:
-  LogCapture() : fd_(::memfd_create("recorder-log", 0)), previous_(logFileDescriptor()) { setLogFileDescriptor(fd_); }
-  ~LogCapture() {
-    setLogFileDescriptor(previous_);
-    ::close(fd_);
-  }
-  std::vector<std::string> lines() const {
-    std::string all;
-    char buf[4096];
-    for (ssize_t n, at = 0; (n = ::pread(fd_, buf, sizeof buf, at)) > 0; at += n) all.append(buf, size_t(n));
-    std::vector<std::string> out;
-    for (size_t start = 0, nl; (nl = all.find('\n', start)) != std::string::npos; start = nl + 1) {
-      const std::string line = all.substr(start, nl - start);
-      const size_t body = line.find("] ");
-      out.push_back(body == std::string::npos ? line : line.substr(body + 2));
-    }
-    return out;
-  }
-  size_t count(const std::string& line) const {
-    const auto all = lines();
-    return size_t(std::count(all.begin(), all.end(), line));
-  }
-  bool has(const std::string& line) const { return count(line) > 0; }
-  std::vector<std::string> matching(const std::string& prefix) const {
-    std::vector<std::string> out;
-    for (const auto& l : lines())
-      if (l.rfind(prefix, 0) == 0) out.push_back(l);
-    return out;
-  }
-
- private:
-  int fd_;
-  int previous_;
 };
 
 struct Notice {
@@ -106,17 +67,8 @@ inline void addDevices(SimPlatform& p) {
 
 class RecorderTest : public ::testing::Test {
  protected:
-  RecorderTest() {
-    dir_ = std::filesystem::temp_directory_path() /
-           ("recorder-test-" + std::to_string(::getpid()) + "-" + std::to_string(counter_++));
-    std::filesystem::create_directories(dir_);
-    path = (dir_ / "call.m4a").string();
-    addDevices(p);
-  }
-  ~RecorderTest() override {
-    rec.reset();
-    std::filesystem::remove_all(dir_);
-  }
+  RecorderTest() { addDevices(p); }
+  ~RecorderTest() override { rec.reset(); }
 
   Recorder& make(bool system, bool mic, std::optional<std::string> micUID = std::nullopt) {
     rec = std::make_unique<Recorder>(p, path, system, mic, std::move(micUID),
@@ -168,14 +120,13 @@ class RecorderTest : public ::testing::Test {
   }
   std::string pidSuffix() const { return " pid=" + std::to_string(::getpid()) + "."; }
 
+  ScratchDir scratch;
   SimPlatform p;
   LogCapture logs;
-  std::string path;
+  std::string path = scratch.path("call.m4a");
   std::unique_ptr<Recorder> rec;
 
  private:
-  static inline int counter_ = 0;
-  std::filesystem::path dir_;
   std::mutex noticesMutex_;
   std::vector<Notice> notices_;
 };

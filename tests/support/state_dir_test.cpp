@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "notify/temp_dir.h"
+#include "tests/support/scratch_dir.h"
 
 namespace ac::notify {
 namespace {
@@ -20,8 +20,8 @@ mode_t modeOf(const std::string& path) {
 }
 
 TEST(StateDir, TighteningClearsGroupAndOtherBitsKeepingOwnerAndSpecialBits) {
-  testing::TempDir tmp;
-  const std::string d = tmp.file("d");
+  test::ScratchDir tmp;
+  const std::string d = tmp.path("d");
   for (auto [before, after] : {std::pair{0755, 0700}, {0777, 0700}, {0700, 0700}, {01777, 01700}, {02750, 02700}}) {
     fs::create_directory(d);
     ::chmod(d.c_str(), before);
@@ -32,21 +32,21 @@ TEST(StateDir, TighteningClearsGroupAndOtherBitsKeepingOwnerAndSpecialBits) {
 }
 
 TEST(StateDir, SecureCreatesAndTightensButNeverFollowsALinkOrTouchesAFile) {
-  testing::TempDir tmp;
-  const std::string state = tmp.file("home/.local/state/vela");
+  test::ScratchDir tmp;
+  const std::string state = tmp.path("home/.local/state/vela");
   secureStateDir(state);
   EXPECT_EQ(modeOf(state) & 077, 0u);
   ::chmod(state.c_str(), 0755);
   secureStateDir(state);
   EXPECT_EQ(modeOf(state), 0700u);
 
-  const std::string other = tmp.file("other"), link = tmp.file("link"), file = tmp.file("file");
+  const std::string other = tmp.path("other"), link = tmp.path("link"), file = tmp.path("file");
   fs::create_directory(other);
   ::chmod(other.c_str(), 0755);
   fs::create_directory_symlink(other, link);
   secureStateDir(link);
   EXPECT_EQ(modeOf(other), 0755u);
-  testing::TempDir::write(file, "x");
+  test::ScratchDir::write(file, "x");
   ::chmod(file.c_str(), 0644);
   tightenDirectoryPermissions(file);
   EXPECT_EQ(modeOf(file), 0644u);
