@@ -30,7 +30,7 @@ TEST_F(RecorderTest, MicOnlyRecordingHasOneTrackAndSkipsTheSystemTeardown) {
   EXPECT_EQ(out->audioSettings().sampleRate, 48000);
   EXPECT_TRUE(out->audioSettings().isFloat);
   EXPECT_TRUE(p.micSim.lastSession()->isRunning());
-  EXPECT_EQ(p.hw.ioProcs().size(), 0u);
+  EXPECT_EQ(p.hw.latestIOProc(), nullptr);
   EXPECT_TRUE(logs.has("mic device: Built-in Mic (builtin)"));
   EXPECT_TRUE(logs.has("mic device format: sr=48000.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=0/0"));
   EXPECT_TRUE(logs.has("writer started → " + path));

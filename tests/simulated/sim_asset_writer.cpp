@@ -4,138 +4,50 @@
 
 namespace ac::sim {
 
-namespace {
-
-template <class T>
-T readLocked(std::mutex& mutex, const T& field) {
-  std::lock_guard<std::mutex> lock(mutex);
-  return field;
-}
-
-template <class T, class V>
-void writeLocked(std::mutex& mutex, T& field, V&& value) {
-  std::lock_guard<std::mutex> lock(mutex);
-  field = std::forward<V>(value);
-}
-
-}  // namespace
-
 using platform::WriterStatus;
 
-// ---- input -----------------------------------------------------------------
-
-void SimWriterInput::setReady(bool ready) { writeLocked(mutex_, ready_, ready); }
-
-void SimWriterInput::failNextAppends(int count, std::optional<Error> error) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  failAppends_ = count;
-  failError_ = std::move(error);
-}
-
-std::vector<platform::SampleBuffer> SimWriterInput::appended() const { return readLocked(mutex_, appended_); }
-
 std::vector<platform::MediaTime> SimWriterInput::appendedPTS() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  std::lock_guard lock(mutex_);
   std::vector<platform::MediaTime> out;
   for (const auto& sb : appended_) out.push_back(sb.presentationTime());
   return out;
 }
 
-int SimWriterInput::appendAttempts() const { return readLocked(mutex_, attempts_); }
-
-bool SimWriterInput::expectsRealTime() const { return readLocked(mutex_, realTime_); }
-
-bool SimWriterInput::finished() const { return readLocked(mutex_, finished_); }
-
-void SimWriterInput::setExpectsMediaDataInRealTime(bool realTime) { writeLocked(mutex_, realTime_, realTime); }
-
-bool SimWriterInput::isReadyForMoreMediaData() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return ready_ && !finished_;
-}
-
 bool SimWriterInput::append(const platform::SampleBuffer& sample) {
   std::optional<Error> failure;
-  bool failed = false;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard lock(mutex_);
     ++attempts_;
-    if (failAppends_ > 0) {
-      --failAppends_;
-      failed = true;
-      failure = failError_;
-    } else {
+    if (failAppends_ == 0) {
       appended_.push_back(sample);
+      return true;
     }
+    --failAppends_;
+    failure = failError_;
   }
-  if (failed) {
-    if (auto writer = writer_.lock()) writer->setError(failure);
-    return false;
-  }
-  return true;
+  if (auto writer = writer_.lock()) writer->setError(failure);
+  return false;
 }
-
-void SimWriterInput::markAsFinished() { writeLocked(mutex_, finished_, true); }
-
-// ---- writer ----------------------------------------------------------------
-
-void SimAssetWriter::setError(std::optional<Error> error) { writeLocked(mutex_, error_, std::move(error)); }
-
-std::vector<platform::AudioOutputSettings> SimAssetWriter::settingsAsked() const { return readLocked(mutex_, asked_); }
-
-std::vector<std::shared_ptr<SimWriterInput>> SimAssetWriter::inputs() const { return readLocked(mutex_, inputs_); }
-
-std::optional<platform::MediaTime> SimAssetWriter::sessionStart() const { return readLocked(mutex_, sessionStart_); }
-
-int SimAssetWriter::finishCalls() const { return readLocked(mutex_, finishCalls_); }
-
-bool SimAssetWriter::cancelled() const { return readLocked(mutex_, cancelled_); }
-
-bool SimAssetWriter::released() const { return readLocked(mutex_, released_); }
-
-void SimAssetWriter::markReleased() { writeLocked(mutex_, released_, true); }
 
 bool SimAssetWriter::canApplyOutputSettings(const platform::AudioOutputSettings& settings) {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard lock(mutex_);
     asked_.push_back(settings);
   }
   return !script_->accepts || script_->accepts(settings);
 }
 
-std::shared_ptr<platform::WriterInput> SimAssetWriter::makeInput(const platform::AudioOutputSettings& settings) {
-  return std::make_shared<SimWriterInput>(settings, weak_from_this());
-}
-
-bool SimAssetWriter::canAddInput(const std::shared_ptr<platform::WriterInput>&) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return script_->canAddInputs && status_ == WriterStatus::unknown;
-}
-
-void SimAssetWriter::addInput(const std::shared_ptr<platform::WriterInput>& input) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  inputs_.push_back(std::static_pointer_cast<SimWriterInput>(input));
-}
-
 bool SimAssetWriter::startWriting() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (!script_->startWritingSucceeds) {
-    status_ = WriterStatus::failed;
-    error_ = script_->startWritingError;
-    return false;
-  }
-  status_ = WriterStatus::writing;
-  return true;
+  std::lock_guard lock(mutex_);
+  status_ = script_->startWritingSucceeds ? WriterStatus::writing : WriterStatus::failed;
+  return status_ == WriterStatus::writing;
 }
-
-void SimAssetWriter::startSession(platform::MediaTime sourceTime) { writeLocked(mutex_, sessionStart_, sourceTime); }
 
 void SimAssetWriter::finishWriting(std::function<void()> completion) {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard lock(mutex_);
     ++finishCalls_;
     status_ = script_->finishStatus;
-    if (script_->finishError) error_ = script_->finishError;
   }
   std::thread([completion = std::move(completion)] {
     if (completion) completion();
@@ -143,22 +55,10 @@ void SimAssetWriter::finishWriting(std::function<void()> completion) {
 }
 
 void SimAssetWriter::cancelWriting() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  std::lock_guard lock(mutex_);
   cancelled_ = true;
   status_ = WriterStatus::cancelled;
 }
-
-WriterStatus SimAssetWriter::status() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return status_;
-}
-
-std::optional<Error> SimAssetWriter::error() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return error_;
-}
-
-// ---- factory ---------------------------------------------------------------
 
 namespace {
 
@@ -187,13 +87,6 @@ class OwnedWriter final : public platform::AssetWriter {
 
 }  // namespace
 
-std::vector<std::shared_ptr<SimAssetWriter>> SimWriterFactory::writers() const { return readLocked(mutex_, writers_); }
-
-std::shared_ptr<SimAssetWriter> SimWriterFactory::lastWriter() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return writers_.empty() ? nullptr : writers_.back();
-}
-
 std::unique_ptr<platform::AssetWriter> SimWriterFactory::makeMPEG4Writer(const std::string& path,
                                                                          platform::MediaTime fragmentInterval,
                                                                          Error& error) {
@@ -203,7 +96,7 @@ std::unique_ptr<platform::AssetWriter> SimWriterFactory::makeMPEG4Writer(const s
   }
   auto writer = std::make_shared<SimAssetWriter>(path, fragmentInterval, script_);
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard lock(mutex_);
     writers_.push_back(writer);
   }
   return std::make_unique<OwnedWriter>(writer);

@@ -4,9 +4,9 @@
 // Scripts (SimWriterScript, shared by the factory and every writer it makes,
 // so set it before the code under test creates a writer): which output
 // settings the encoder accepts, whether inputs can be added, whether
-// startWriting succeeds, how finishing ends (status and error), and a
-// failure to create the writer at all. Per input: readiness, and the next N
-// appends failing with a given writer error.
+// startWriting succeeds, the status finishing ends in, and a failure to
+// create the writer at all. Per input: readiness, and the next N appends
+// failing with a given writer error.
 //
 // The writers stay inspectable after the code under test dropped them: the
 // factory keeps each one (released() tells whether its owner let it go).
@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "platform/asset_writer.h"
+#include "tests/simulated/locked_fields.h"
 
 namespace ac::sim {
 
@@ -28,9 +29,7 @@ struct SimWriterScript {
   std::function<bool(const platform::AudioOutputSettings&)> accepts;  // empty: accept everything
   bool canAddInputs = true;
   bool startWritingSucceeds = true;
-  std::optional<Error> startWritingError;
   platform::WriterStatus finishStatus = platform::WriterStatus::completed;
-  std::optional<Error> finishError;
   std::optional<Error> createError;  // makeMPEG4Writer fails with it
 };
 
@@ -42,23 +41,30 @@ class SimWriterInput final : public platform::WriterInput {
       : settings_(settings), writer_(std::move(writer)) {}
 
   // --- scripting ---
-  void setReady(bool ready);
+  void setReady(bool ready) { writeLocked(mutex_, ready_, ready); }
   // The next `count` appends fail, each leaving `error` as the writer's error.
-  void failNextAppends(int count, std::optional<Error> error);
+  void failNextAppends(int count, std::optional<Error> error) {
+    std::lock_guard lock(mutex_);
+    failAppends_ = count;
+    failError_ = std::move(error);
+  }
 
   // --- records ---
-  std::vector<platform::SampleBuffer> appended() const;
+  std::vector<platform::SampleBuffer> appended() const { return readLocked(mutex_, appended_); }
   std::vector<platform::MediaTime> appendedPTS() const;
-  int appendAttempts() const;
-  bool expectsRealTime() const;
-  bool finished() const;
+  int appendAttempts() const { return readLocked(mutex_, attempts_); }
+  bool expectsRealTime() const { return readLocked(mutex_, realTime_); }
+  bool finished() const { return readLocked(mutex_, finished_); }
 
   // --- platform::WriterInput ---
   platform::AudioOutputSettings settings() const override { return settings_; }
-  void setExpectsMediaDataInRealTime(bool realTime) override;
-  bool isReadyForMoreMediaData() override;
+  void setExpectsMediaDataInRealTime(bool realTime) override { writeLocked(mutex_, realTime_, realTime); }
+  bool isReadyForMoreMediaData() override {
+    std::lock_guard lock(mutex_);
+    return ready_ && !finished_;
+  }
   bool append(const platform::SampleBuffer& sample) override;
-  void markAsFinished() override;
+  void markAsFinished() override { writeLocked(mutex_, finished_, true); }
 
  private:
   const platform::AudioOutputSettings settings_;
@@ -78,30 +84,38 @@ class SimAssetWriter final : public platform::AssetWriter, public std::enable_sh
   SimAssetWriter(std::string path, platform::MediaTime fragmentInterval, std::shared_ptr<SimWriterScript> script)
       : path_(std::move(path)), fragmentInterval_(fragmentInterval), script_(std::move(script)) {}
 
-  void setError(std::optional<Error> error);
+  void setError(std::optional<Error> error) { writeLocked(mutex_, error_, std::move(error)); }
+  void markReleased() { writeLocked(mutex_, released_, true); }
 
   // --- records ---
   const std::string& path() const { return path_; }
   platform::MediaTime fragmentInterval() const { return fragmentInterval_; }
-  std::vector<platform::AudioOutputSettings> settingsAsked() const;
-  std::vector<std::shared_ptr<SimWriterInput>> inputs() const;  // added, in order
-  std::optional<platform::MediaTime> sessionStart() const;
-  int finishCalls() const;
-  bool cancelled() const;
-  bool released() const;
-  void markReleased();
+  std::vector<platform::AudioOutputSettings> settingsAsked() const { return readLocked(mutex_, asked_); }
+  std::vector<std::shared_ptr<SimWriterInput>> inputs() const { return readLocked(mutex_, inputs_); }  // in order
+  std::optional<platform::MediaTime> sessionStart() const { return readLocked(mutex_, sessionStart_); }
+  int finishCalls() const { return readLocked(mutex_, finishCalls_); }
+  bool cancelled() const { return readLocked(mutex_, cancelled_); }
+  bool released() const { return readLocked(mutex_, released_); }
 
   // --- platform::AssetWriter ---
   bool canApplyOutputSettings(const platform::AudioOutputSettings& settings) override;
-  std::shared_ptr<platform::WriterInput> makeInput(const platform::AudioOutputSettings& settings) override;
-  bool canAddInput(const std::shared_ptr<platform::WriterInput>& input) override;
-  void addInput(const std::shared_ptr<platform::WriterInput>& input) override;
+  std::shared_ptr<platform::WriterInput> makeInput(const platform::AudioOutputSettings& settings) override {
+    return std::make_shared<SimWriterInput>(settings, weak_from_this());
+  }
+  bool canAddInput(const std::shared_ptr<platform::WriterInput>&) override {
+    std::lock_guard lock(mutex_);
+    return script_->canAddInputs && status_ == platform::WriterStatus::unknown;
+  }
+  void addInput(const std::shared_ptr<platform::WriterInput>& input) override {
+    std::lock_guard lock(mutex_);
+    inputs_.push_back(std::static_pointer_cast<SimWriterInput>(input));
+  }
   bool startWriting() override;
-  void startSession(platform::MediaTime sourceTime) override;
+  void startSession(platform::MediaTime sourceTime) override { writeLocked(mutex_, sessionStart_, sourceTime); }
   void finishWriting(std::function<void()> completion) override;
   void cancelWriting() override;
-  platform::WriterStatus status() override;
-  std::optional<Error> error() override;
+  platform::WriterStatus status() override { return readLocked(mutex_, status_); }
+  std::optional<Error> error() override { return readLocked(mutex_, error_); }
 
  private:
   const std::string path_;
@@ -122,9 +136,11 @@ class SimWriterFactory final : public platform::WriterFactory {
  public:
   SimWriterFactory() : script_(std::make_shared<SimWriterScript>()) {}
   SimWriterScript& script() { return *script_; }
-  // The writers made so far, oldest first; lastWriter() the newest (or null).
-  std::vector<std::shared_ptr<SimAssetWriter>> writers() const;
-  std::shared_ptr<SimAssetWriter> lastWriter() const;
+  // The newest writer made so far, or null.
+  std::shared_ptr<SimAssetWriter> lastWriter() const {
+    std::lock_guard lock(mutex_);
+    return writers_.empty() ? nullptr : writers_.back();
+  }
 
   std::unique_ptr<platform::AssetWriter> makeMPEG4Writer(const std::string& path, platform::MediaTime fragmentInterval,
                                                          Error& error) override;

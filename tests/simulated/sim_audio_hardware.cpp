@@ -80,21 +80,6 @@ void SimAudioHardware::setDefaultInput(AudioObjectID device) {
   fire(platform::kAudioObjectSystemObject, ListenedProperty::defaultInputDevice);
 }
 
-void SimAudioHardware::setInputChannels(AudioObjectID device, std::vector<uint32_t> channels) {
-  std::lock_guard lock(mutex_);
-  devices_.at(device).inputChannels = std::move(channels);
-}
-
-void SimAudioHardware::setStreamConfigSizeBias(AudioObjectID device, int64_t bias) {
-  std::lock_guard lock(mutex_);
-  devices_.at(device).sizeBias = bias;
-}
-
-void SimAudioHardware::setNextTapFormat(const platform::StreamFormat& format) {
-  std::lock_guard lock(mutex_);
-  nextTapFormat_ = format;
-}
-
 void SimAudioHardware::setTapFormat(AudioObjectID tap, const platform::StreamFormat& format) {
   {
     std::lock_guard lock(mutex_);
@@ -103,50 +88,13 @@ void SimAudioHardware::setTapFormat(AudioObjectID tap, const platform::StreamFor
   fire(tap, ListenedProperty::tapFormat);
 }
 
-void SimAudioHardware::setAggregateInputChannels(std::optional<std::vector<uint32_t>> channels) {
-  std::lock_guard lock(mutex_);
-  aggregateInputs_ = std::move(channels);
-}
-
-void SimAudioHardware::failNext(const std::string& call, OSStatus status, int times, int skip) {
+void SimAudioHardware::failNext(const std::string& call, OSStatus status, int times) {
   if (!knownCalls().count(call)) throw std::invalid_argument("no simulated call named " + call);
   std::lock_guard lock(mutex_);
-  failures_[call].push_back({status, times, skip});
-}
-
-void SimAudioHardware::clearFailures() {
-  std::lock_guard lock(mutex_);
-  failures_.clear();
-}
-
-void SimAudioHardware::setHostTime(uint64_t now) {
-  std::lock_guard lock(mutex_);
-  hostTime_ = now;
-}
-
-void SimAudioHardware::setTimebase(uint32_t numer, uint32_t denom) {
-  std::lock_guard lock(mutex_);
-  numer_ = numer;
-  denom_ = denom;
+  failures_[call].push_back({status, times});
 }
 
 // --- records ---
-
-int SimAudioHardware::calls(const std::string& call) const {
-  std::lock_guard lock(mutex_);
-  auto it = calls_.find(call);
-  return it == calls_.end() ? 0 : it->second;
-}
-
-std::vector<nlohmann::json> SimAudioHardware::aggregateDescriptions() const {
-  std::lock_guard lock(mutex_);
-  return aggregateDescriptions_;
-}
-
-std::optional<platform::TapDescription> SimAudioHardware::lastTapDescription() const {
-  std::lock_guard lock(mutex_);
-  return lastTapDescription_;
-}
 
 std::vector<AudioObjectID> SimAudioHardware::liveTaps() const {
   std::lock_guard lock(mutex_);
@@ -163,16 +111,6 @@ std::vector<AudioObjectID> SimAudioHardware::liveAggregates() const {
   return ids;
 }
 
-std::vector<std::shared_ptr<SimIOProc>> SimAudioHardware::ioProcs() const {
-  std::lock_guard lock(mutex_);
-  return procs_;
-}
-
-std::shared_ptr<SimIOProc> SimAudioHardware::latestIOProc() const {
-  std::lock_guard lock(mutex_);
-  return procs_.empty() ? nullptr : procs_.back();
-}
-
 size_t SimAudioHardware::listenerCount(ListenedProperty property) const {
   std::lock_guard lock(mutex_);
   return std::count_if(listeners_.begin(), listeners_.end(),
@@ -187,14 +125,9 @@ bool SimAudioHardware::waitForListeners(double timeoutSeconds) {
 
 std::optional<OSStatus> SimAudioHardware::scripted(const std::string& call) {
   std::lock_guard lock(mutex_);
-  ++calls_[call];
   auto it = failures_.find(call);
   if (it == failures_.end() || it->second.empty()) return std::nullopt;
   Failure& f = it->second.front();
-  if (f.skip > 0) {
-    --f.skip;
-    return std::nullopt;
-  }
   OSStatus status = f.status;
   if (f.times > 0 && --f.times == 0) it->second.erase(it->second.begin());
   return status;
@@ -365,12 +298,8 @@ OSStatus SimAudioHardware::createAggregateDevice(const nlohmann::json& descripti
   agg.uid = description.value("uid", "");
   agg.name = description.value("name", "");
   agg.outputStreams = master->outputStreams;
-  if (aggregateInputs_) {
-    agg.inputChannels = *aggregateInputs_;
-  } else {
-    agg.inputChannels = master->inputChannels;
-    for (uint32_t c : tapStreams(tap->format)) agg.inputChannels.push_back(c);
-  }
+  agg.inputChannels = master->inputChannels;
+  for (uint32_t c : tapStreams(tap->format)) agg.inputChannels.push_back(c);
   out = nextID_++;
   devices_[out] = std::move(agg);
   return 0;
@@ -432,7 +361,7 @@ OSStatus SimAudioHardware::destroyIOProc(AudioObjectID device, IOProcID proc) {
   return changeProc("AudioDeviceDestroyIOProcID", device, proc, false, true);
 }
 
-// --- listeners and time ---
+// --- listeners ---
 
 OSStatus SimAudioHardware::addPropertyListener(AudioObjectID object, ListenedProperty property,
                                                ::ac::SerialQueue& queue, platform::ListenerBlock block,
@@ -455,17 +384,6 @@ OSStatus SimAudioHardware::removePropertyListener(AudioObjectID object, Listened
     return kBadObjectErr;
   listeners_.erase(it);
   return 0;
-}
-
-uint64_t SimAudioHardware::hostTimeNow() {
-  std::lock_guard lock(mutex_);
-  return hostTime_;
-}
-
-void SimAudioHardware::hostTimebase(uint32_t& numer, uint32_t& denom) {
-  std::lock_guard lock(mutex_);
-  numer = numer_;
-  denom = denom_;
 }
 
 }  // namespace ac::sim

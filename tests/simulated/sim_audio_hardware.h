@@ -14,7 +14,7 @@
 // driven by the test through SimIOProc::deliver().
 //
 // Failures: failNext(call, status) makes the next call(s) of that name
-// return `status` without side effects. Status 0 makes the call succeed
+// return `status` without side effects; several queue up in order. Status 0 makes the call succeed
 // with nothing (an absent string, a zero ID or handle). Call names:
 //   DefaultOutputDevice DeviceUID ObjectName DeviceListSize DeviceList
 //   StreamsSize TranslateUIDToDevice StreamConfigurationSize
@@ -40,6 +40,7 @@
 #include <vector>
 
 #include "platform/audio_hardware.h"
+#include "tests/simulated/locked_fields.h"
 
 namespace ac::sim {
 
@@ -92,32 +93,33 @@ class SimAudioHardware final : public platform::AudioHardware {
   AudioObjectID addDevice(Device device);
   void setDefaultOutput(AudioObjectID device);  // fires default-output listeners
   void setDefaultInput(AudioObjectID device);   // fires default-input listeners
-  void setInputChannels(AudioObjectID device, std::vector<uint32_t> channels);
   // Size queries of the device's stream configuration report `bias` bytes
   // more (or fewer) than the configuration really takes.
-  void setStreamConfigSizeBias(AudioObjectID device, int64_t bias);
+  void setStreamConfigSizeBias(AudioObjectID device, int64_t bias) {
+    std::lock_guard lock(mutex_);
+    devices_.at(device).sizeBias = bias;
+  }
 
-  // --- scripting: taps and aggregates ---
-  void setNextTapFormat(const platform::StreamFormat& format);
+  // --- scripting: taps ---
+  void setNextTapFormat(const platform::StreamFormat& format) { writeLocked(mutex_, nextTapFormat_, format); }
   void setTapFormat(AudioObjectID tap, const platform::StreamFormat& format);  // fires listeners
-  // Input streams for aggregates created from now on; absent: derived.
-  void setAggregateInputChannels(std::optional<std::vector<uint32_t>> channels);
 
-  // --- scripting: failures and time ---
-  void failNext(const std::string& call, OSStatus status, int times = 1, int skip = 0);
+  // --- scripting: failures ---
+  void failNext(const std::string& call, OSStatus status, int times = 1);
   void failAlways(const std::string& call, OSStatus status) { failNext(call, status, -1); }
-  void clearFailures();
-  void setHostTime(uint64_t now);
-  void setTimebase(uint32_t numer, uint32_t denom);
+  void clearFailures() { writeLocked(mutex_, failures_, decltype(failures_){}); }
 
   // --- records ---
-  int calls(const std::string& call) const;
-  std::vector<nlohmann::json> aggregateDescriptions() const;  // every create request, in order
-  std::optional<platform::TapDescription> lastTapDescription() const;
+  std::vector<nlohmann::json> aggregateDescriptions() const {  // every create request, in order
+    return readLocked(mutex_, aggregateDescriptions_);
+  }
+  std::optional<platform::TapDescription> lastTapDescription() const { return readLocked(mutex_, lastTapDescription_); }
   std::vector<AudioObjectID> liveTaps() const;
   std::vector<AudioObjectID> liveAggregates() const;
-  std::vector<std::shared_ptr<SimIOProc>> ioProcs() const;  // every proc ever created
-  std::shared_ptr<SimIOProc> latestIOProc() const;
+  std::shared_ptr<SimIOProc> latestIOProc() const {  // null before the first
+    std::lock_guard lock(mutex_);
+    return procs_.empty() ? nullptr : procs_.back();
+  }
   size_t listenerCount(platform::ListenedProperty property) const;
   // Waits until every listener block fired so far has finished.
   bool waitForListeners(double timeoutSeconds = 5);
@@ -147,8 +149,9 @@ class SimAudioHardware final : public platform::AudioHardware {
                                platform::ListenerBlock block, platform::ListenerID& out) override;
   OSStatus removePropertyListener(AudioObjectID object, platform::ListenedProperty property,
                                   platform::ListenerID listener) override;
-  uint64_t hostTimeNow() override;
-  void hostTimebase(uint32_t& numer, uint32_t& denom) override;
+  // Host time stands still at zero, one tick a nanosecond.
+  uint64_t hostTimeNow() override { return 0; }
+  void hostTimebase(uint32_t& numer, uint32_t& denom) override { numer = denom = 1; }
 
  private:
   struct SimDevice : Device {
@@ -167,11 +170,10 @@ class SimAudioHardware final : public platform::AudioHardware {
   };
   struct Failure {
     OSStatus status;
-    int times;
-    int skip;
+    int times;  // -1: for ever
   };
 
-  // Counts the call; the scripted status when one applies.
+  // The scripted status of this call, when one applies.
   std::optional<OSStatus> scripted(const std::string& call);
   void fire(AudioObjectID object, platform::ListenedProperty property);
   std::shared_ptr<SimIOProc> procLocked(AudioObjectID device, platform::IOProcID proc, OSStatus& status);
@@ -186,17 +188,12 @@ class SimAudioHardware final : public platform::AudioHardware {
   AudioObjectID defaultOutput_ = 0;
   AudioObjectID defaultInput_ = 0;
   platform::StreamFormat nextTapFormat_;
-  std::optional<std::vector<uint32_t>> aggregateInputs_;
   std::vector<nlohmann::json> aggregateDescriptions_;
   std::optional<platform::TapDescription> lastTapDescription_;
   std::vector<std::shared_ptr<SimIOProc>> procs_;
   std::map<platform::ListenerID, Listener> listeners_;
   int pendingListenerCalls_ = 0;
   std::map<std::string, std::vector<Failure>> failures_;
-  std::map<std::string, int> calls_;
-  uint64_t hostTime_ = 0;
-  uint32_t numer_ = 1;
-  uint32_t denom_ = 1;
 };
 
 }  // namespace ac::sim

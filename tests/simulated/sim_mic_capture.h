@@ -4,18 +4,18 @@
 // disconnected (it then vanishes from lookups, and the disconnect
 // notification can be posted) and reconnected. The default device is
 // whatever the test last set, answered only while it is connected.
+// Authorization is always granted.
 //
-// Sessions and outputs are recorded as they are made. A session's
-// startRunning can be scripted to fail (the session stays stopped), and its
-// canAddInput/canAddOutput answers scripted. Tests feed audio through
-// SimAudioDataOutput::deliver, which runs the registered handler on its
-// queue, and post disconnect and runtime-error notifications through
-// SimMicCapture; both wait until the handlers have run.
+// Sessions and outputs are recorded as they are made; a session's
+// startRunning can be scripted to fail (the session stays stopped). Tests
+// feed audio through SimAudioDataOutput::deliver, which runs the registered
+// handler on its queue, and post disconnect and runtime-error notifications
+// through SimMicCapture; both wait until the handlers have run.
 //
 // Thread-safe. No lock is held while a handler runs.
 #pragma once
 
-#include <deque>
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "platform/mic_capture.h"
+#include "tests/simulated/locked_fields.h"
 
 namespace ac::sim {
 
@@ -40,9 +41,9 @@ class SimCaptureDevice final : public platform::CaptureDevice {
       : uid_(std::move(uid)), name_(std::move(name)), format_(std::move(format)) {}
   std::string uniqueID() const override { return uid_; }
   std::string localizedName() const override { return name_; }
-  bool isConnected() const override;
+  bool isConnected() const override { return readLocked(mutex_, connected_); }
   std::optional<platform::AudioFormatDescription> activeFormat() const override { return format_; }
-  void setConnected(bool connected);
+  void setConnected(bool connected) { writeLocked(mutex_, connected_, connected); }
 
  private:
   const std::string uid_;
@@ -63,8 +64,10 @@ class SimCaptureDeviceInput final : public platform::CaptureDeviceInput {
 
 class SimAudioDataOutput final : public platform::AudioDataOutput {
  public:
-  void setAudioSettings(const platform::CaptureAudioSettings& settings) override;
-  platform::CaptureAudioSettings audioSettings() const override;
+  void setAudioSettings(const platform::CaptureAudioSettings& settings) override {
+    writeLocked(mutex_, settings_, settings);
+  }
+  platform::CaptureAudioSettings audioSettings() const override { return readLocked(mutex_, settings_); }
   void setSampleBufferHandler(platform::SampleBufferHandler handler, ::ac::SerialQueue* queue) override;
 
   // Runs the handler with `buffer` on its queue and waits for it; false when
@@ -83,43 +86,43 @@ class SimCaptureSession final : public platform::CaptureSession {
  public:
   // --- scripting ---
   // The next `count` startRunning calls leave the session stopped.
-  void failNextStarts(int count);
-  // Answers for the next canAddInput calls, in order; then true.
-  void scriptCanAddInput(std::vector<bool> answers);
-  void setCanAddOutput(bool can);
+  void failNextStarts(int count) { writeLocked(mutex_, failStarts_, count); }
   // Stops the session as a device or runtime failure would.
-  void setRunning(bool running);
+  void setRunning(bool running) { writeLocked(mutex_, running_, running); }
 
   // --- records ---
-  std::vector<std::shared_ptr<platform::CaptureDeviceInput>> inputs() const;
-  std::vector<std::shared_ptr<platform::AudioDataOutput>> outputs() const;
-  int startCalls() const;
-  int stopCalls() const;
-  bool inConfiguration() const;
+  std::vector<std::shared_ptr<platform::CaptureDeviceInput>> inputs() const { return readLocked(mutex_, inputs_); }
 
   // --- platform::CaptureSession ---
-  void beginConfiguration() override;
-  void commitConfiguration() override;
-  bool canAddInput(const std::shared_ptr<platform::CaptureDeviceInput>& input) override;
-  void addInput(const std::shared_ptr<platform::CaptureDeviceInput>& input) override;
-  void removeInput(const std::shared_ptr<platform::CaptureDeviceInput>& input) override;
-  bool canAddOutput(const std::shared_ptr<platform::AudioDataOutput>& output) override;
-  void addOutput(const std::shared_ptr<platform::AudioDataOutput>& output) override;
-  void startRunning() override;
-  void stopRunning() override;
-  bool isRunning() override;
+  void beginConfiguration() override {}
+  void commitConfiguration() override {}
+  bool canAddInput(const std::shared_ptr<platform::CaptureDeviceInput>& input) override {
+    std::lock_guard lock(mutex_);
+    return input && std::find(inputs_.begin(), inputs_.end(), input) == inputs_.end();
+  }
+  void addInput(const std::shared_ptr<platform::CaptureDeviceInput>& input) override {
+    std::lock_guard lock(mutex_);
+    inputs_.push_back(input);
+  }
+  void removeInput(const std::shared_ptr<platform::CaptureDeviceInput>& input) override {
+    std::lock_guard lock(mutex_);
+    std::erase(inputs_, input);
+  }
+  bool canAddOutput(const std::shared_ptr<platform::AudioDataOutput>&) override { return true; }
+  void addOutput(const std::shared_ptr<platform::AudioDataOutput>&) override {}
+  void startRunning() override {
+    std::lock_guard lock(mutex_);
+    running_ = failStarts_ == 0;
+    if (failStarts_ > 0) --failStarts_;
+  }
+  void stopRunning() override { writeLocked(mutex_, running_, false); }
+  bool isRunning() override { return readLocked(mutex_, running_); }
 
  private:
   mutable std::mutex mutex_;
   int failStarts_ = 0;
-  std::deque<bool> canAddInputAnswers_;
-  bool canAddOutput_ = true;
   bool running_ = false;
-  bool inConfiguration_ = false;
-  int startCalls_ = 0;
-  int stopCalls_ = 0;
   std::vector<std::shared_ptr<platform::CaptureDeviceInput>> inputs_;
-  std::vector<std::shared_ptr<platform::AudioDataOutput>> outputs_;
 };
 
 class SimMicCapture final : public platform::MicCapture {
@@ -129,15 +132,12 @@ class SimMicCapture final : public platform::MicCapture {
       const std::string& uid, const std::string& name,
       std::optional<platform::AudioFormatDescription> format = micFloatFormat());
   std::shared_ptr<SimCaptureDevice> device(const std::string& uid) const;
-  void setDefaultDevice(std::optional<std::string> uid);
+  void setDefaultDevice(std::optional<std::string> uid) { writeLocked(mutex_, defaultUID_, std::move(uid)); }
   // Marks the device gone; with `notify`, posts the disconnect naming it.
   void disconnect(const std::string& uid, bool notify = true);
-  void reconnect(const std::string& uid);
-  // makeDeviceInput fails for this device with `error`.
-  void failDeviceInput(const std::string& uid, Error error);
-  void setAuthorization(platform::MicAuthorization status, bool grantOnRequest = true);
-  // Sessions made from now on fail this many startRunning calls.
-  void failStartsOfNewSessions(int count);
+  void reconnect(const std::string& uid) {
+    if (auto dev = device(uid)) dev->setConnected(true);
+  }
 
   // Posts to every matching observer and (unless told not to) waits until
   // the handlers ran.
@@ -145,15 +145,20 @@ class SimMicCapture final : public platform::MicCapture {
   void postRuntimeError(const std::shared_ptr<platform::CaptureSession>& session, std::optional<Error> error);
 
   // --- records ---
-  std::shared_ptr<SimCaptureSession> lastSession() const;
-  std::shared_ptr<SimAudioDataOutput> lastOutput() const;
+  std::shared_ptr<SimCaptureSession> lastSession() const { return readLocked(mutex_, lastSession_); }
+  std::shared_ptr<SimAudioDataOutput> lastOutput() const { return readLocked(mutex_, lastOutput_); }
   // Unique ids of every device an input was requested for, in order.
-  std::vector<std::string> inputRequests() const;
-  size_t observerCount() const;
+  std::vector<std::string> inputRequests() const { return readLocked(mutex_, inputRequests_); }
+  size_t observerCount() const {
+    std::lock_guard lock(mutex_);
+    return observers_.size();
+  }
 
   // --- platform::MicCapture ---
-  platform::MicAuthorization authorizationStatus() override;
-  void requestAccess(std::function<void(bool granted)> completion) override;
+  platform::MicAuthorization authorizationStatus() override { return platform::MicAuthorization::authorized; }
+  void requestAccess(std::function<void(bool granted)> completion) override {
+    if (completion) completion(true);
+  }
   std::shared_ptr<platform::CaptureDevice> defaultAudioDevice() override;
   std::shared_ptr<platform::CaptureDevice> deviceWithUniqueID(const std::string& uid) override;
   std::shared_ptr<platform::CaptureDeviceInput> makeDeviceInput(const std::shared_ptr<platform::CaptureDevice>& device,
@@ -165,7 +170,10 @@ class SimMicCapture final : public platform::MicCapture {
   platform::ObserverToken observeRuntimeError(const std::shared_ptr<platform::CaptureSession>& session,
                                               ::ac::SerialQueue* queue,
                                               std::function<void(std::optional<Error>)> handler) override;
-  void removeObserver(platform::ObserverToken token) override;
+  void removeObserver(platform::ObserverToken token) override {
+    std::lock_guard lock(mutex_);
+    observers_.erase(token);
+  }
 
  private:
   struct Observer {
@@ -174,18 +182,18 @@ class SimMicCapture final : public platform::MicCapture {
     std::shared_ptr<platform::CaptureSession> session;  // runtime-error observers only
     std::function<void(std::optional<Error>)> onError;
   };
+  using QueuedCalls = std::vector<std::pair<::ac::SerialQueue*, std::function<void()>>>;
   // Runs each call on its observer's queue (inline when none).
-  static void runOnQueues(const std::vector<std::pair<::ac::SerialQueue*, std::function<void()>>>& calls, bool wait);
+  static void runOnQueues(const QueuedCalls& calls, bool wait);
+  platform::ObserverToken addObserver(Observer observer);
+  // The device while it is connected, else null.
+  std::shared_ptr<SimCaptureDevice> connectedLocked(const std::optional<std::string>& uid) const;
 
   mutable std::mutex mutex_;
   std::map<std::string, std::shared_ptr<SimCaptureDevice>> devices_;
-  std::map<std::string, Error> inputFailures_;
   std::optional<std::string> defaultUID_;
-  platform::MicAuthorization authorization_ = platform::MicAuthorization::authorized;
-  bool grantOnRequest_ = true;
-  int failStartsOfNewSessions_ = 0;
-  std::vector<std::shared_ptr<SimCaptureSession>> sessions_;
-  std::vector<std::shared_ptr<SimAudioDataOutput>> outputs_;
+  std::shared_ptr<SimCaptureSession> lastSession_;
+  std::shared_ptr<SimAudioDataOutput> lastOutput_;
   std::vector<std::string> inputRequests_;
   std::map<platform::ObserverToken, Observer> observers_;
   platform::ObserverToken nextToken_ = 1;

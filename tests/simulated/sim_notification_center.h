@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/notification_center.h"
+#include "tests/simulated/locked_fields.h"
 
 namespace ac::sim {
 
@@ -22,48 +23,52 @@ class SimNotificationCenter final : public platform::NotificationCenter {
     std::optional<platform::NotificationAuthorizationStatus> status = 2;
     // Status after a request was answered; absent: unchanged.
     std::optional<platform::NotificationAuthorizationStatus> statusAfterRequest;
-    bool answersRequest = true;
     bool grantsRequest = true;
     std::optional<Error> requestError;
-    bool answersAdd = true;
-    std::optional<Error> addError;
-    bool deliverOnAdd = true;  // a successful add shows up as delivered
+    std::optional<Error> addError;  // otherwise an added banner shows up as delivered
     bool answersDelivered = true;
     bool answersCategories = true;
-    bool relaunches = true;
-    double now = 1'800'000'000;  // delivery date given to added banners
   };
-
   struct Added {
     std::string identifier;
     platform::NotificationContent content;
   };
+  struct RequestOptions {
+    bool alert = false, sound = false, badge = false;
+  };
+  // The delivery date of added banners.
+  static constexpr double deliveryDate = 1'800'000'000;
 
   // --- scripting ---
-  void setScript(const Script& script);
   // Changes some answers, keeping the rest.
-  void editScript(const std::function<void(Script&)>& edit);
-  Script script() const;
-  void setDelivered(std::vector<platform::DeliveredNotification> delivered);
-  void setCategoriesDirectly(std::vector<platform::NotificationCategory> categories);
+  void editScript(const std::function<void(Script&)>& edit) {
+    std::lock_guard lock(mutex_);
+    edit(script_);
+  }
+  void setDelivered(std::vector<platform::DeliveredNotification> delivered) {
+    writeLocked(mutex_, delivered_, std::move(delivered));
+  }
+  void setCategoriesDirectly(std::vector<platform::NotificationCategory> categories) {
+    writeLocked(mutex_, categories_, std::move(categories));
+  }
 
   // --- records ---
-  std::vector<Added> added() const;
-  std::vector<platform::DeliveredNotification> delivered() const;
-  std::vector<std::string> removed() const;
-  std::vector<platform::NotificationCategory> categories() const;
-  int authorizationRequests() const;
-  int setCategoriesCalls() const;
-  platform::NotificationDelegate* delegate() const;
+  std::vector<Added> added() const { return readLocked(mutex_, added_); }
+  std::vector<std::string> removed() const { return readLocked(mutex_, removed_); }
+  std::vector<platform::NotificationCategory> categories() const { return readLocked(mutex_, categories_); }
+  int authorizationRequests() const { return readLocked(mutex_, requests_); }
+  int setCategoriesCalls() const { return readLocked(mutex_, setCategoriesCalls_); }
+  // The options of the last authorization request.
+  std::optional<RequestOptions> lastRequestOptions() const { return readLocked(mutex_, lastRequest_); }
 
-  // Delivers a response for a delivered (or added) banner to the delegate, as
-  // a user's click or action would; completion signals when it was answered.
-  // False when there is no delegate or no such banner.
+  // Delivers a response for a delivered banner to the delegate, as a user's
+  // click or action would; completion signals when it was answered. False
+  // when there is no delegate or no such banner.
   bool respond(const std::string& requestIdentifier, const std::string& actionIdentifier,
                std::function<void()> completion = nullptr);
 
   // --- platform::NotificationCenter ---
-  void setDelegate(platform::NotificationDelegate* delegate) override;
+  void setDelegate(platform::NotificationDelegate* delegate) override { writeLocked(mutex_, delegate_, delegate); }
   void getAuthorizationStatus(std::function<void(platform::NotificationAuthorizationStatus)> completion) override;
   void requestAuthorization(bool alert, bool sound, bool badge,
                             std::function<void(bool, std::optional<Error>)> completion) override;
@@ -73,13 +78,6 @@ class SimNotificationCenter final : public platform::NotificationCenter {
   void removeDelivered(const std::vector<std::string>& identifiers) override;
   void getCategories(std::function<void(std::vector<platform::NotificationCategory>)> completion) override;
   void setCategories(const std::vector<platform::NotificationCategory>& categories) override;
-  bool relaunchesProgramOnClick() const override;
-
-  // The options of the last authorization request.
-  struct RequestOptions {
-    bool alert = false, sound = false, badge = false;
-  };
-  std::optional<RequestOptions> lastRequestOptions() const;
 
  private:
   mutable std::mutex mutex_;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/workspace.h"
+#include "tests/simulated/locked_fields.h"
 
 namespace ac::sim {
 
@@ -27,35 +28,53 @@ class SimWorkspace final : public platform::Workspace {
   };
 
   // --- scripting ---
-  void setBundleIdentifier(std::optional<std::string> id);
-  void setBundlePath(std::string path);
-  void setBundleModificationTime(int64_t seconds);
-  void setApplication(const std::string& bundleIdentifier, std::optional<std::string> path);
-  void setLaunchError(std::optional<Error> error);
-  void setOpenURLResult(bool opened);
+  void setBundleIdentifier(std::optional<std::string> id) { writeLocked(mutex_, bundleIdentifier_, std::move(id)); }
+  void setBundlePath(std::string path) { writeLocked(mutex_, bundlePath_, std::move(path)); }
+  // An absent path uninstalls the application.
+  void setApplication(const std::string& bundleIdentifier, std::optional<std::string> path) {
+    std::lock_guard lock(mutex_);
+    if (path)
+      applications_[bundleIdentifier] = *path;
+    else
+      applications_.erase(bundleIdentifier);
+  }
+  void setLaunchError(std::optional<Error> error) { writeLocked(mutex_, launchError_, std::move(error)); }
 
   // --- records ---
-  std::vector<std::string> openedURLs() const;
-  std::vector<Launch> launches() const;
-  std::vector<Distributed> distributed() const;
+  std::vector<std::string> openedURLs() const { return readLocked(mutex_, openedURLs_); }
+  std::vector<Launch> launches() const { return readLocked(mutex_, launches_); }
+  std::vector<Distributed> distributed() const { return readLocked(mutex_, distributed_); }
 
   // --- platform::Workspace ---
-  std::optional<std::string> bundleIdentifier() override;
-  std::string bundlePath() override;
-  int64_t bundleModificationTime() override;
-  bool openURL(const std::string& url) override;
-  std::optional<std::string> applicationPath(const std::string& bundleIdentifier) override;
-  std::optional<Error> openApplication(const std::string& appPath, const std::vector<std::string>& args) override;
-  void postDistributedNotification(const std::string& name, const std::string& object) override;
+  std::optional<std::string> bundleIdentifier() override { return readLocked(mutex_, bundleIdentifier_); }
+  std::string bundlePath() override { return readLocked(mutex_, bundlePath_); }
+  int64_t bundleModificationTime() override { return 1'700'000'000; }
+  bool openURL(const std::string& url) override {
+    std::lock_guard lock(mutex_);
+    openedURLs_.push_back(url);
+    return true;
+  }
+  std::optional<std::string> applicationPath(const std::string& bundleIdentifier) override {
+    std::lock_guard lock(mutex_);
+    auto it = applications_.find(bundleIdentifier);
+    return it == applications_.end() ? std::nullopt : std::optional<std::string>(it->second);
+  }
+  std::optional<Error> openApplication(const std::string& appPath, const std::vector<std::string>& args) override {
+    std::lock_guard lock(mutex_);
+    if (!launchError_) launches_.push_back({appPath, args});
+    return launchError_;
+  }
+  void postDistributedNotification(const std::string& name, const std::string& object) override {
+    std::lock_guard lock(mutex_);
+    distributed_.push_back({name, object});
+  }
 
  private:
   mutable std::mutex mutex_;
   std::optional<std::string> bundleIdentifier_ = std::string("com.quorlan.vela.audio-capture");
   std::string bundlePath_ = "/nonexistent/audio-capture-src/bin";
-  int64_t mtime_ = 1'700'000'000;
   std::map<std::string, std::string> applications_;
   std::optional<Error> launchError_;
-  bool openURLResult_ = true;
   std::vector<std::string> openedURLs_;
   std::vector<Launch> launches_;
   std::vector<Distributed> distributed_;
