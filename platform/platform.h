@@ -2,7 +2,9 @@
 // defines makePlatform(); tests build their own from simulated parts.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <string>
 
 #include "platform/asset_writer.h"
 #include "platform/audio_hardware.h"
@@ -23,6 +25,14 @@ class Platform {
   // Runs the main queue (and the platform's own event loop, where it has
   // one) on the calling thread for `seconds`.
   virtual void runMainLoopFor(double seconds);
+  // Keeps an idle process from being throttled while it waits for something
+  // the user started (an armed launch waiting for go) until endActivity.
+  // 0 where the platform throttles nothing.
+  virtual uint64_t beginActivity(const std::string& reason) {
+    (void)reason;
+    return 0;
+  }
+  virtual void endActivity(uint64_t activity) { (void)activity; }
 };
 
 // The backend this executable was built with. Connections to platform
