@@ -25,12 +25,21 @@ class AVFWriterInput final : public WriterInput {
 
   AudioOutputSettings settings() const override { return writerSettingsFrom(input_.outputSettings); }
   void setExpectsMediaDataInRealTime(bool realTime) override { input_.expectsMediaDataInRealTime = realTime; }
-  bool isReadyForMoreMediaData() override { return input_.readyForMoreMediaData; }
+  // The write queues are long-lived threads of the core with no pool of
+  // their own: what a per-buffer call autoreleases is drained right here.
+  bool isReadyForMoreMediaData() override {
+    @autoreleasepool {
+      return input_.readyForMoreMediaData;
+    }
+  }
 
   bool append(const SampleBuffer& sample) override {
     CMSampleBufferRef buffer = nullptr;
     if (makeSampleBuffer(sample, buffer) != noErr) return false;
-    BOOL appended = [input_ appendSampleBuffer:buffer];
+    BOOL appended;
+    @autoreleasepool {
+      appended = [input_ appendSampleBuffer:buffer];
+    }
     CFRelease(buffer);
     return appended;
   }

@@ -32,16 +32,15 @@ class MacOSPlatform final : public Platform {
   void runMainLoopFor(double seconds) override {
     const double deadline = monotonicSeconds() + seconds;
     for (;;) {
-      runMainQueueFor(0);  // the core's blocks that are due
-      const double left = deadline - monotonicSeconds();
-      if (left <= 0) return;
-      const double slice = std::min(left, runLoopSliceSeconds);
-      SInt32 result;
       @autoreleasepool {
-        result = CFRunLoopRunInMode(kCFRunLoopDefaultMode, slice, true);
+        runMainQueueFor(0);  // the core's blocks that are due
+        const double left = deadline - monotonicSeconds();
+        if (left <= 0) return;
+        const double slice = std::min(left, runLoopSliceSeconds);
+        // A run loop with no sources returns at once: wait on the core's
+        // queue instead.
+        if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, slice, true) == kCFRunLoopRunFinished) runMainQueueFor(slice);
       }
-      // A run loop with no sources returns at once: wait on the core's queue.
-      if (result == kCFRunLoopRunFinished) runMainQueueFor(slice);
     }
   }
 
