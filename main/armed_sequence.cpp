@@ -11,6 +11,7 @@
 
 #include "cli/armed_gate.h"
 #include "main/recording_process.h"
+#include "platform/platform.h"
 #include "support/log.h"
 #include "support/paths.h"
 #include "support/process_exit.h"
@@ -128,8 +129,9 @@ void runArmedSequence(RecordingProcess& p) {
     // Otherwise the phase has moved on; a change after go is recovery's business.
   });
   if (!watching) releaseFromMain(p, ArmedGate::reasonStartFailed);
-  // Nothing here throttles an idle waiting process, so there is no activity
-  // to hold while waiting for go.
+  // Keeps an idle process waiting for go from being throttled where the
+  // platform does that (a no-op elsewhere).
+  uint64_t activity = platform::current().beginActivity("armed quick-note recorder awaiting go");
 
   (void)ArmedGate::writeStatusLine(ArmedGate::armedLine(::getpid()));
   log("armed, pid=" + pid);
@@ -145,6 +147,7 @@ void runArmedSequence(RecordingProcess& p) {
   }
   if (!p.armedPhase.tryBeginStart()) parkForever(p);
 
+  platform::current().endActivity(activity);
   p.recorder->removeArmedInputWatch();
   startOwnerWatch(p, goFD);
   try {
