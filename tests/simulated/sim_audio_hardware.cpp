@@ -28,13 +28,6 @@ const std::set<std::string>& knownCalls() {
   return names;
 }
 
-// The object with this ID, or nullptr (callers answer kBadObjectErr).
-template <typename Map>
-const typename Map::mapped_type* findLocked(const Map& objects, AudioObjectID id) {
-  auto it = objects.find(id);
-  return it == objects.end() ? nullptr : &it->second;
-}
-
 // The tap's own streams as an aggregate lists them.
 std::vector<uint32_t> tapStreams(const platform::StreamFormat& f) {
   if (f.formatFlags & platform::kAudioFormatFlagIsNonInterleaved) return std::vector<uint32_t>(f.channelsPerFrame, 1);
@@ -65,18 +58,12 @@ AudioObjectID SimAudioHardware::addDevice(Device device) {
 }
 
 void SimAudioHardware::setDefaultOutput(AudioObjectID device) {
-  {
-    std::lock_guard lock(mutex_);
-    defaultOutput_ = device;
-  }
+  writeLocked(mutex_, defaultOutput_, device);
   fire(platform::kAudioObjectSystemObject, ListenedProperty::defaultOutputDevice);
 }
 
 void SimAudioHardware::setDefaultInput(AudioObjectID device) {
-  {
-    std::lock_guard lock(mutex_);
-    defaultInput_ = device;
-  }
+  writeLocked(mutex_, defaultInput_, device);
   fire(platform::kAudioObjectSystemObject, ListenedProperty::defaultInputDevice);
 }
 
@@ -150,126 +137,112 @@ void SimAudioHardware::fire(AudioObjectID object, ListenedProperty property) {
 
 // --- device queries ---
 
-OSStatus SimAudioHardware::defaultOutputDevice(AudioObjectID& out) {
-  if (auto st = scripted("DefaultOutputDevice")) return *st;
+template <class F>
+OSStatus SimAudioHardware::answer(const char* call, F&& body) {
+  if (auto st = scripted(call)) return *st;
   std::lock_guard lock(mutex_);
-  out = defaultOutput_;
-  return 0;
+  return body();
+}
+
+template <class Map, class F>
+OSStatus SimAudioHardware::answerFor(const char* call, const Map& objects, AudioObjectID id, F&& body) {
+  return answer(call, [&]() -> OSStatus {
+    auto it = objects.find(id);
+    return it == objects.end() ? kBadObjectErr : body(it->second);
+  });
+}
+
+OSStatus SimAudioHardware::defaultOutputDevice(AudioObjectID& out) {
+  return answer("DefaultOutputDevice", [&] { out = defaultOutput_; return 0; });
 }
 
 OSStatus SimAudioHardware::deviceUID(AudioObjectID device, std::optional<std::string>& out) {
-  if (auto st = scripted("DeviceUID")) return *st;
-  std::lock_guard lock(mutex_);
-  const SimDevice* d = findLocked(devices_, device);
-  if (!d) return kBadObjectErr;
-  out = d->uid;
-  return 0;
+  return answerFor("DeviceUID", devices_, device, [&](const SimDevice& d) { out = d.uid; return 0; });
 }
 
 OSStatus SimAudioHardware::objectName(AudioObjectID object, std::optional<std::string>& out) {
-  if (auto st = scripted("ObjectName")) return *st;
-  std::lock_guard lock(mutex_);
-  const SimDevice* d = findLocked(devices_, object);
-  if (!d) return kBadObjectErr;
-  if (d->nameStatus != 0) return d->nameStatus;
-  out = d->name;
-  return 0;
+  return answerFor("ObjectName", devices_, object, [&](const SimDevice& d) {
+    if (d.nameStatus == 0) out = d.name;
+    return d.nameStatus;
+  });
 }
 
 OSStatus SimAudioHardware::deviceListByteSize(uint32_t& bytes) {
-  if (auto st = scripted("DeviceListSize")) return *st;
-  std::lock_guard lock(mutex_);
-  bytes = 4 * uint32_t(std::count_if(devices_.begin(), devices_.end(), [](auto& e) { return !e.second.aggregate; }));
-  return 0;
+  return answer("DeviceListSize", [&] {
+    bytes = 4 * uint32_t(std::count_if(devices_.begin(), devices_.end(), [](auto& e) { return !e.second.aggregate; }));
+    return 0;
+  });
 }
 
 OSStatus SimAudioHardware::deviceList(std::vector<AudioObjectID>& ids) {
-  if (auto st = scripted("DeviceList")) return *st;
-  std::lock_guard lock(mutex_);
-  size_t i = 0;
-  for (const auto& [id, d] : devices_)
-    if (!d.aggregate && i < ids.size()) ids[i++] = id;
-  return 0;
+  return answer("DeviceList", [&] {
+    size_t i = 0;
+    for (const auto& [id, d] : devices_)
+      if (!d.aggregate && i < ids.size()) ids[i++] = id;
+    return 0;
+  });
 }
 
 OSStatus SimAudioHardware::streamsByteSize(AudioObjectID device, Scope scope, uint32_t& bytes) {
-  if (auto st = scripted("StreamsSize")) return *st;
-  std::lock_guard lock(mutex_);
-  const SimDevice* d = findLocked(devices_, device);
-  if (!d) return kBadObjectErr;
-  bytes = 4 * (scope == Scope::input ? uint32_t(d->inputChannels.size()) : d->outputStreams);
-  return 0;
+  return answerFor("StreamsSize", devices_, device, [&](const SimDevice& d) {
+    bytes = 4 * (scope == Scope::input ? uint32_t(d.inputChannels.size()) : d.outputStreams);
+    return 0;
+  });
 }
 
 OSStatus SimAudioHardware::translateUIDToDevice(const std::string& uid, AudioObjectID& out) {
-  if (auto st = scripted("TranslateUIDToDevice")) return *st;
-  std::lock_guard lock(mutex_);
-  out = platform::kAudioObjectUnknown;  // an unknown UID answers 0, not an error
-  for (const auto& [id, d] : devices_)
-    if (d.uid == uid) out = id;
-  return 0;
+  return answer("TranslateUIDToDevice", [&] {
+    out = platform::kAudioObjectUnknown;  // an unknown UID answers 0, not an error
+    for (const auto& [id, d] : devices_)
+      if (d.uid == uid) out = id;
+    return 0;
+  });
 }
 
 OSStatus SimAudioHardware::streamConfigurationByteSize(AudioObjectID device, Scope scope, uint32_t& bytes) {
-  if (auto st = scripted("StreamConfigurationSize")) return *st;
-  std::lock_guard lock(mutex_);
-  const SimDevice* d = findLocked(devices_, device);
-  if (!d) return kBadObjectErr;
-  size_t buffers = scope == Scope::input ? d->inputChannels.size() : d->outputStreams;
-  bytes = uint32_t(std::max<int64_t>(0, int64_t(8 + 16 * buffers) + d->sizeBias));
-  return 0;
+  return answerFor("StreamConfigurationSize", devices_, device, [&](const SimDevice& d) {
+    size_t buffers = scope == Scope::input ? d.inputChannels.size() : d.outputStreams;
+    bytes = uint32_t(std::max<int64_t>(0, int64_t(8 + 16 * buffers) + d.sizeBias));
+    return 0;
+  });
 }
 
 OSStatus SimAudioHardware::streamConfiguration(AudioObjectID device, Scope scope, void* data, uint32_t& ioBytes) {
-  if (auto st = scripted("StreamConfiguration")) return *st;
-  std::lock_guard lock(mutex_);
-  const SimDevice* d = findLocked(devices_, device);
-  if (!d) return kBadObjectErr;
-  std::vector<uint32_t> channels = scope == Scope::input ? d->inputChannels : std::vector<uint32_t>(d->outputStreams, 2);
-  // The whole list, of which only what fits the caller's room is written:
-  // the header keeps declaring every buffer.
-  std::vector<uint8_t> full(8 + 16 * channels.size(), 0);
-  const uint32_t count = uint32_t(channels.size());
-  std::memcpy(full.data(), &count, 4);
-  for (size_t i = 0; i < channels.size(); ++i) std::memcpy(full.data() + 8 + 16 * i, &channels[i], 4);
-  ioBytes = uint32_t(std::min<size_t>(ioBytes, full.size()));
-  std::memcpy(data, full.data(), ioBytes);
-  return 0;
+  return answerFor("StreamConfiguration", devices_, device, [&](const SimDevice& d) {
+    std::vector<uint32_t> channels = scope == Scope::input ? d.inputChannels : std::vector<uint32_t>(d.outputStreams, 2);
+    // The whole list, of which only what fits the caller's room is written:
+    // the header keeps declaring every buffer.
+    std::vector<uint8_t> full(8 + 16 * channels.size(), 0);
+    const uint32_t count = uint32_t(channels.size());
+    std::memcpy(full.data(), &count, 4);
+    for (size_t i = 0; i < channels.size(); ++i) std::memcpy(full.data() + 8 + 16 * i, &channels[i], 4);
+    ioBytes = uint32_t(std::min<size_t>(ioBytes, full.size()));
+    std::memcpy(data, full.data(), ioBytes);
+    return 0;
+  });
 }
 
 // --- taps and aggregates ---
 
 OSStatus SimAudioHardware::createProcessTap(const platform::TapDescription& description, AudioObjectID& outTap) {
-  if (auto st = scripted("AudioHardwareCreateProcessTap")) return *st;
-  std::lock_guard lock(mutex_);
-  lastTapDescription_ = description;
-  outTap = nextID_++;
-  taps_[outTap] = Tap{"sim-tap-" + std::to_string(outTap), nextTapFormat_};
-  return 0;
+  return answer("AudioHardwareCreateProcessTap", [&] {
+    lastTapDescription_ = description;
+    outTap = nextID_++;
+    taps_[outTap] = Tap{"sim-tap-" + std::to_string(outTap), nextTapFormat_};
+    return 0;
+  });
 }
 
 OSStatus SimAudioHardware::destroyProcessTap(AudioObjectID tap) {
-  if (auto st = scripted("AudioHardwareDestroyProcessTap")) return *st;
-  std::lock_guard lock(mutex_);
-  return taps_.erase(tap) ? 0 : kBadObjectErr;
+  return answer("AudioHardwareDestroyProcessTap", [&] { return taps_.erase(tap) ? 0 : kBadObjectErr; });
 }
 
 OSStatus SimAudioHardware::tapUID(AudioObjectID tap, std::optional<std::string>& out) {
-  if (auto st = scripted("TapUID")) return *st;
-  std::lock_guard lock(mutex_);
-  const Tap* t = findLocked(taps_, tap);
-  if (!t) return kBadObjectErr;
-  out = t->uid;
-  return 0;
+  return answerFor("TapUID", taps_, tap, [&](const Tap& t) { out = t.uid; return 0; });
 }
 
 OSStatus SimAudioHardware::tapFormat(AudioObjectID tap, platform::StreamFormat& out) {
-  if (auto st = scripted("TapFormat")) return *st;
-  std::lock_guard lock(mutex_);
-  const Tap* t = findLocked(taps_, tap);
-  if (!t) return kBadObjectErr;
-  out = t->format;
-  return 0;
+  return answerFor("TapFormat", taps_, tap, [&](const Tap& t) { out = t.format; return 0; });
 }
 
 OSStatus SimAudioHardware::createAggregateDevice(const nlohmann::json& description, AudioObjectID& out) {
@@ -306,12 +279,12 @@ OSStatus SimAudioHardware::createAggregateDevice(const nlohmann::json& descripti
 }
 
 OSStatus SimAudioHardware::destroyAggregateDevice(AudioObjectID aggregate) {
-  if (auto st = scripted("AudioHardwareDestroyAggregateDevice")) return *st;
-  std::lock_guard lock(mutex_);
-  auto it = devices_.find(aggregate);
-  if (it == devices_.end() || !it->second.aggregate) return kBadObjectErr;
-  devices_.erase(it);
-  return 0;
+  return answer("AudioHardwareDestroyAggregateDevice", [&] {
+    auto it = devices_.find(aggregate);
+    if (it == devices_.end() || !it->second.aggregate) return kBadObjectErr;
+    devices_.erase(it);
+    return 0;
+  });
 }
 
 // --- IOProcs ---

@@ -61,7 +61,6 @@ class SimIOProc {
   void deliver(const platform::AudioBufferList& list, uint64_t hostTime);
 
   platform::IOProcID id() const { return id_; }
-  AudioObjectID device() const { return device_; }
   const std::string& queueLabel() const { return queueLabel_; }
   bool running() const { return running_; }
   bool destroyed() const { return destroyed_; }
@@ -175,6 +174,12 @@ class SimAudioHardware final : public platform::AudioHardware {
 
   // The scripted status of this call, when one applies.
   std::optional<OSStatus> scripted(const std::string& call);
+  // The scripted status of `call`, else what `body` answers under the lock.
+  template <class F>
+  OSStatus answer(const char* call, F&& body);
+  // The same, `body` given the object of this ID; kBadObjectErr without one.
+  template <class Map, class F>
+  OSStatus answerFor(const char* call, const Map& objects, AudioObjectID id, F&& body);
   void fire(AudioObjectID object, platform::ListenedProperty property);
   std::shared_ptr<SimIOProc> procLocked(AudioObjectID device, platform::IOProcID proc, OSStatus& status);
   // Start, stop and destroy: the proc's new state when the call succeeds.
