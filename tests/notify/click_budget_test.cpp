@@ -5,12 +5,6 @@
 namespace ac::notify {
 namespace {
 
-TEST(ClickBudget, NoHandlerExitsAtOnce) {
-  NotifyClickHandlers handlers;
-  handlers.processStart = 0;
-  EXPECT_EQ(notifyExitDecision(handlers.deadlines, 1e9), NotifyExitDecision::exit);
-}
-
 TEST(ClickBudget, EachHandlerHoldsTheExitOnItsOwnClock) {
   NotifyClickHandlers handlers;
   handlers.processStart = 100;
@@ -48,13 +42,6 @@ TEST(ClickBudget, WedgedHandlersNeverOutliveTheirBudgetOrTheCeiling) {
   EXPECT_EQ(handlers.deadlines.at(late), 600);
   EXPECT_EQ(notifyExitDecision(handlers.deadlines, 600), NotifyExitDecision::exit);
   EXPECT_EQ(notifyClickHandlerBudgetEnd(700, 600), 600);
-}
-
-TEST(ClickOnce, OnlyTheFirstAnswerActs) {
-  NotifyClickOnce once;
-  EXPECT_TRUE(once.take());
-  EXPECT_FALSE(once.take());
-  EXPECT_FALSE(once.take());
 }
 
 }  // namespace
