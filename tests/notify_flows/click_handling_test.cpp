@@ -44,10 +44,6 @@ TEST(ClickActionFolding, EachActionActsOnlyWhereItBelongs) {
       {"action on Recordings", ClickRecordings{}, "vela.silence:ignore", true, std::nullopt},
       {"silence body click", silence, kDefaultActionIdentifier, false, std::nullopt},
       {"silence snooze", silence, "vela.silence:snooze-15", true, ClickSnoozeSilence{kMarker, 15}},
-      {"silence ignore", silence, "vela.silence:ignore", true, ClickIgnoreSilence{kMarker}},
-      {"silence odd snooze", silence, "vela.silence:snooze-7", true, std::nullopt},
-      {"snooze not as custom action", silence, "vela.silence:snooze-5", false, std::nullopt},
-      {"meeting action on a silence warning", silence, "vela.act:start", true, std::nullopt},
   };
   for (const auto& c : cases) {
     bool rosterRead = false;
