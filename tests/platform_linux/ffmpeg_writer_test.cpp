@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -245,28 +244,6 @@ TEST_F(FFmpegWriterTest, TracksAtDifferentRatesPresentTogether) {
   }
   EXPECT_NEAR(onset[0], 1.0 + 1024.0 / 44100, 0.001);
   EXPECT_NEAR(onset[0], onset[1], 0.0002);
-}
-
-TEST_F(FFmpegWriterTest, AKilledRecordingLeavesItsCompleteFragments) {
-  const Source system{44100, 2, 440}, mic{48000, 1, 1000};
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    auto w = open("killed.m4a");
-    auto a = add(*w, 44100, 2), b = add(*w, 48000, 1);
-    if (!w->startWriting()) _exit(1);
-    int64_t fa = 0, fb = 0;
-    for (int second = 0; second < 12; ++second) {  // interleaved as two live queues would be
-      feed(*a, system, 0, 1.0, fa);
-      feed(*b, mic, 0, 1.0, fb);
-    }
-    raise(SIGKILL);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
-  EXPECT_GE(decode(path("killed.m4a"), 0).size(), 10u * 44100);
-  EXPECT_GE(decode(path("killed.m4a"), 1).size(), 10u * 48000);
 }
 
 TEST_F(FFmpegWriterTest, EncoderAcceptanceDecidesWhichSettingsApply) {
