@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "support/dispatch.h"
+#include "tests/support/eventually.h"
 
 namespace ac::testing {
 
@@ -36,11 +37,7 @@ inline std::string pactl(const std::string& args, int* rcOut = nullptr) {
   return out;
 }
 
-// Polls cond every 10 ms until it holds or `seconds` passed.
-inline bool eventually(const std::function<bool()>& cond, double seconds = 3.0) {
-  for (int i = 0; i < int(seconds * 100) && !cond(); ++i) usleep(10000);
-  return cond();
-}
+using test::eventually;
 
 inline float peak(const float* samples, size_t n) {
   float p = 0;

@@ -23,6 +23,7 @@
 #include "simulated/sim_notification_center.h"
 #include "simulated/sim_workspace.h"
 #include "support/dispatch.h"
+#include "tests/support/eventually.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/scratch_dir.h"
 
@@ -47,15 +48,6 @@ struct Notice {
   std::string title, body, sound;
   bool operator==(const Notice&) const = default;
 };
-
-inline bool waitUntil(const std::function<bool()>& done, double seconds = 5) {
-  const double deadline = monotonicSeconds() + seconds;
-  while (!done()) {
-    if (monotonicSeconds() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
-}
 
 // A built-in microphone as the default input and a speaker as the default
 // output (48 kHz stereo tap).
@@ -116,7 +108,7 @@ class RecorderTest : public ::testing::Test {
   }
   // Waits until the track has seen `n` append attempts.
   void waitAttempts(size_t trackIndex, int n) {
-    ASSERT_TRUE(waitUntil([&] { return track(trackIndex)->appendAttempts() >= n; })) << "track " << trackIndex;
+    ASSERT_TRUE(eventually([&] { return track(trackIndex)->appendAttempts() >= n; })) << "track " << trackIndex;
   }
   std::string pidSuffix() const { return " pid=" + std::to_string(::getpid()) + "."; }
 
