@@ -26,7 +26,7 @@ TEST_F(RecorderTest, SystemAppendFailuresLogEachAndNotifyAtTheTenth) {
   track(0)->failNextAppends(10, Error{platform::kCocoaErrorDomain, 640, "out of space"});
   for (int i = 1; i <= 10; ++i) sys(1'000'000'000 + i * 10'000'000);
   waitAttempts(0, 10);
-  ASSERT_TRUE(waitUntil([&] { return notices().size() == 1; }));
+  ASSERT_TRUE(eventually([&] { return notices().size() == 1; }));
   EXPECT_EQ(notices()[0].title, "Disk full");
   EXPECT_EQ(logs.count("system append failed: out of space"), 10u);
 }

@@ -75,7 +75,7 @@ TEST_F(RecorderTest, ADisconnectHandledAfterStopBeganDoesNothing) {
   started(false, true, "pinned");
   p.micSim.device("pinned")->setConnected(false);
   p.micSim.postDeviceDisconnected(nullptr, false);
-  ASSERT_TRUE(waitUntil([&] { return logs.has("mic input rebuild attempt 1 failed — retrying in 500ms"); }));
+  ASSERT_TRUE(eventually([&] { return logs.has("mic input rebuild attempt 1 failed — retrying in 500ms"); }));
   p.micSim.postDeviceDisconnected(nullptr, false);  // queued behind the first, runs after stop began
   p.micSim.reconnect("pinned");
   EXPECT_EQ(stopAndWait(), 1);  // waits for the rebuild in progress, then tears down
