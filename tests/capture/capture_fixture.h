@@ -61,14 +61,20 @@ struct Rig {
   }
 };
 
-// One interleaved buffer of `frames` stereo float frames, every sample `v`.
-struct StereoBuffer {
-  std::vector<float> samples;
-  platform::AudioBufferList list{};
-  StereoBuffer(size_t frames, float v) : samples(frames * 2, v) {
-    list.numberBuffers = 1;
-    list.buffers[0] = {2, uint32_t(samples.size() * sizeof(float)), samples.data()};
+// Float buffers with the given channel counts, `frames` frames each; buffer
+// i holds values[i] throughout, or (i + 1) / 100 without one.
+struct Buffers {
+  std::vector<std::vector<float>> data;
+  std::vector<uint8_t> storage;
+  explicit Buffers(std::vector<uint32_t> channels, size_t frames = 8, std::vector<float> values = {})
+      : storage(platform::audioBufferListBytes(channels.size())) {
+    list().numberBuffers = uint32_t(channels.size());
+    for (size_t i = 0; i < channels.size(); ++i) {
+      data.emplace_back(frames * channels[i], i < values.size() ? values[i] : float(i + 1) / 100);
+      list().buffers[i] = {channels[i], uint32_t(data[i].size() * 4), data[i].data()};
+    }
   }
+  platform::AudioBufferList& list() { return *reinterpret_cast<platform::AudioBufferList*>(storage.data()); }
 };
 
 }  // namespace ac::capture::testing

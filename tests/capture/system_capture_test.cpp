@@ -30,13 +30,8 @@ TEST(SystemCapture, RecordsTheTapBehindAHeadsetInputEndToEnd) {
   auto proc = rig.hw.latestIOProc();
   ASSERT_TRUE(proc && proc->running());
   EXPECT_EQ(proc->queueLabel(), "audio-capture.ioproc");
-  std::vector<float> mic(8, 0.9f), tap(16, 0.25f);
-  std::vector<uint8_t> storage(platform::audioBufferListBytes(2));
-  auto* list = reinterpret_cast<platform::AudioBufferList*>(storage.data());
-  list->numberBuffers = 2;
-  list->buffers[0] = {1, 32, mic.data()};
-  list->buffers[1] = {2, 64, tap.data()};
-  proc->deliver(*list, 5000);
+  testing::Buffers micAndTap({1, 2}, 8, {0.9f, 0.25f});
+  proc->deliver(micAndTap.list(), 5000);
   ASSERT_EQ(rig.sink.samples.size(), 1u);
   EXPECT_EQ(rig.sink.samples[0].buffers.size(), 1u);
   EXPECT_EQ(rig.sink.samples[0].numSamples, 8);

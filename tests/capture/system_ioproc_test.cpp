@@ -11,7 +11,7 @@ namespace {
 using platform::AudioObjectID;
 
 using testing::LogCapture;
-using testing::StereoBuffer;
+using testing::Buffers;
 
 // A chain state fed straight to the callback, with a stored selection of
 // (index, count) measured against `probed` buffers.
@@ -41,25 +41,10 @@ struct IOProcRig {
   }
 };
 
-// Buffers with the given channel counts, 8 frames of float each.
-struct Buffers {
-  std::vector<std::vector<float>> data;
-  std::vector<uint8_t> storage;
-  platform::AudioBufferList* list;
-  explicit Buffers(std::vector<uint32_t> channels) : storage(platform::audioBufferListBytes(channels.size())) {
-    list = reinterpret_cast<platform::AudioBufferList*>(storage.data());
-    list->numberBuffers = uint32_t(channels.size());
-    for (size_t i = 0; i < channels.size(); ++i) {
-      data.emplace_back(8 * channels[i], float(i + 1) / 100);
-      list->buffers[i] = {channels[i], uint32_t(data[i].size() * 4), data[i].data()};
-    }
-  }
-};
-
 TEST(SystemIOProc, UnprobedInterleavedStereoIsTakenWholeWithOneLine) {
   IOProcRig rig;
-  StereoBuffer buf(8, 0.5f);
-  rig.call(buf.list);
+  Buffers buf({2}, 8, {0.5f});
+  rig.call(buf.list());
   EXPECT_EQ(rig.samples(), 1u);
   EXPECT_EQ(rig.logs.matching("tap buffer range"),
             std::vector<std::string>{"tap buffer range 0+1 (probed against -1) unusable against an ABL of 1 buffers "
@@ -72,7 +57,7 @@ TEST(SystemIOProc, UnprobedInterleavedStereoIsTakenWholeWithOneLine) {
 TEST(SystemIOProc, ThirtyTwoChannelNonInterleavedTapNeedsNoScratch) {
   IOProcRig rig(platform::floatPCMFormat(48000, 32, false));
   Buffers bufs(std::vector<uint32_t>(32, 1));
-  rig.call(*bufs.list);
+  rig.call(bufs.list());
   ASSERT_EQ(rig.samples(), 1u);
   EXPECT_EQ(rig.sink.samples[0].buffers.size(), 32u);
   EXPECT_EQ(rig.sink.samples[0].numSamples, 8);
@@ -83,15 +68,15 @@ TEST(SystemIOProc, TenthConsecutiveDropAsksForOneNotice) {
   IOProcRig rig;
   rig.select(1, 1, 2);
   Buffers changed({2, 2, 2});  // a third stream appeared since the probe
-  for (int i = 0; i < 9; ++i) rig.call(*changed.list);
+  for (int i = 0; i < 9; ++i) rig.call(changed.list());
   EXPECT_TRUE(rig.sink.notices.empty());
-  StereoBuffer good(8, 0.1f);
+  Buffers good({2}, 8, {0.1f});
   rig.select(0, 1, 1);
-  rig.call(good.list);  // resets the streak
+  rig.call(good.list());  // resets the streak
   rig.select(1, 1, 2);
-  for (int i = 0; i < 9; ++i) rig.call(*changed.list);
+  for (int i = 0; i < 9; ++i) rig.call(changed.list());
   EXPECT_TRUE(rig.sink.notices.empty());
-  for (int i = 0; i < 5; ++i) rig.call(*changed.list);
+  for (int i = 0; i < 5; ++i) rig.call(changed.list());
   ASSERT_EQ(rig.sink.notices.size(), 1u);
   EXPECT_EQ(rig.sink.notices[0].first, "System audio not captured");
   EXPECT_EQ(rig.sink.notices[0].second,
@@ -105,7 +90,7 @@ TEST(SystemIOProc, SubRangeGoesThroughTheScratchListOrIsDropped) {
   IOProcRig rig;
   rig.select(1, 1, 2);
   Buffers bufs({1, 2});
-  rig.call(*bufs.list);
+  rig.call(bufs.list());
   EXPECT_EQ(rig.samples(), 0u);
   EXPECT_EQ(rig.state.dataFailures.load(), 1);
   EXPECT_EQ(rig.state.dataFailureStreak.load(), 0);
@@ -114,7 +99,7 @@ TEST(SystemIOProc, SubRangeGoesThroughTheScratchListOrIsDropped) {
 
   ASSERT_TRUE(ensureTapScratch(rig.state, 2, 1));
   EXPECT_EQ(rig.state.tapScratchCapacity(), 2);
-  rig.call(*bufs.list);
+  rig.call(bufs.list());
   ASSERT_EQ(rig.samples(), 1u);
   const auto& sample = rig.sink.samples[0];
   ASSERT_EQ(sample.buffers.size(), 1u);
@@ -124,13 +109,13 @@ TEST(SystemIOProc, SubRangeGoesThroughTheScratchListOrIsDropped) {
 
 TEST(SystemIOProc, ShortFirstBufferIsDroppedSilently) {
   IOProcRig rig;
-  StereoBuffer good(8, 0.1f);
-  rig.call(good.list);  // the first call carries the periodic tick
+  Buffers good({2}, 8, {0.1f});
+  rig.call(good.list());  // the first call carries the periodic tick
   size_t linesBefore = rig.logs.lines().size();
-  StereoBuffer shortBuf(1, 0.1f);
-  shortBuf.list.buffers[0].dataByteSize = 4;  // half a frame
+  Buffers shortBuf({2}, 1, {0.1f});
+  shortBuf.list().buffers[0].dataByteSize = 4;  // half a frame
   rig.select(0, 1, 1);
-  rig.call(shortBuf.list);
+  rig.call(shortBuf.list());
   EXPECT_EQ(rig.samples(), 1u);
   EXPECT_EQ(rig.logs.lines().size(), linesBefore);
   EXPECT_EQ(rig.state.dataFailures.load(), 0);
@@ -139,9 +124,9 @@ TEST(SystemIOProc, ShortFirstBufferIsDroppedSilently) {
 TEST(SystemIOProc, AttachFailureCountsAndLogs) {
   IOProcRig rig;
   rig.select(0, 1, 1);
-  StereoBuffer bad(8, 0.1f);
-  bad.list.buffers[0].data = nullptr;
-  rig.call(bad.list);
+  Buffers bad({2}, 8, {0.1f});
+  bad.list().buffers[0].data = nullptr;
+  rig.call(bad.list());
   EXPECT_EQ(rig.samples(), 0u);
   EXPECT_EQ(rig.state.dataFailureStreak.load(), 1);
   EXPECT_TRUE(rig.logs.has("CMSampleBufferSetDataBufferFromAudioBufferList failed: -12731 sysDataFail=1 bufs=1 "
@@ -153,8 +138,8 @@ TEST(SystemIOProc, StampsHostTimeInNanoseconds) {
   rig.state.timebaseNumer = 125;
   rig.state.timebaseDenom = 3;
   rig.select(0, 1, 1);
-  StereoBuffer buf(480, 0.1f);
-  rig.call(buf.list, 3'000'000);
+  Buffers buf({2}, 480, {0.1f});
+  rig.call(buf.list(), 3'000'000);
   ASSERT_EQ(rig.samples(), 1u);
   const auto& t = rig.sink.samples[0].timing.at(0);
   EXPECT_EQ(t.presentationTime, platform::MediaTime::make(125'000'000, 1'000'000'000));
@@ -170,8 +155,8 @@ TEST(SystemIOProc, StampsHostTimeInNanoseconds) {
 TEST(SystemIOProc, NoWriterInputOnlyCounts) {
   IOProcRig rig;
   rig.sink.hasInput = false;
-  StereoBuffer buf(8, 0.1f);
-  rig.call(buf.list);
+  Buffers buf({2}, 8, {0.1f});
+  rig.call(buf.list());
   EXPECT_EQ(rig.state.ioProcCalls.load(), 1);
   EXPECT_EQ(rig.samples(), 0u);
   EXPECT_TRUE(rig.logs.lines().empty());
