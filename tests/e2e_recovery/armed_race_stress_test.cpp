@@ -1,0 +1,143 @@
+// Many armed launches, each with one rival of "go" — SIGTERM, SIGINT, the
+// owner closing the go pipe, or the default input changing — sent at a
+// random moment around it. Whoever wins, a launch must end exactly one way:
+// one outcome line on the status pipe, exit status 0, and a file only when
+// it recorded.
+#include <signal.h>
+
+#include <cstdlib>
+#include <map>
+#include <random>
+
+#include "e2e_recovery/armed_owner.h"
+#include "e2e_recovery/recovery_fixture.h"
+
+namespace ac::e2e {
+namespace {
+
+enum class Rival { sigterm, sigint, ownerGone, inputChange };
+
+const char* name(Rival r) {
+  switch (r) {
+    case Rival::sigterm: return "SIGTERM";
+    case Rival::sigint: return "SIGINT";
+    case Rival::ownerGone: return "owner gone";
+    case Rival::inputChange: return "input change";
+  }
+  return "?";
+}
+
+// What a release caused by the rival reads on the status pipe; nothing when
+// it cannot release (the owner leaves only after sending go).
+std::optional<std::string> releasedLine(Rival r) {
+  switch (r) {
+    case Rival::sigterm:
+    case Rival::sigint: return "released sigterm";
+    case Rival::inputChange: return "released input-device-changed";
+    case Rival::ownerGone: return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+// Sanitized builds launch several times slower.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int kDefaultLaunches = 40;
+#else
+constexpr int kDefaultLaunches = 100;
+#endif
+// The rival comes up to 5 ms before go (never for the owner, who leaves
+// only after it) to 10 ms after: before the read, during the few
+// milliseconds of the start, and after ready.
+constexpr int kEarliestMicros = -5000, kLatestMicros = 10000;
+
+int envInt(const char* name, int fallback) {
+  const char* value = std::getenv(name);
+  return value ? std::atoi(value) : fallback;
+}
+
+class ArmedRaceStress : public RecoveryE2E {
+ protected:
+  void SetUp() override {
+    keepLive({"speaker", "micfeed"});
+    if (IsSkipped()) return;
+    // A second microphone, for the default input to change to.
+    second = std::make_unique<LoadedModule>(
+        s, std::vector<std::string>{"module-remap-source", "master=micfeed.monitor", "source_name=mic2"});
+    ASSERT_TRUE(second->ok());
+  }
+
+  void act(Rival rival, ArmedOwner& owner, int pid) {
+    switch (rival) {
+      case Rival::sigterm: ::kill(pid, SIGTERM); break;
+      case Rival::sigint: ::kill(pid, SIGINT); break;
+      case Rival::ownerGone: owner.closeGo(); break;
+      case Rival::inputChange: setDefaultSource(s, "mic2"); break;
+    }
+  }
+
+  std::unique_ptr<LoadedModule> second;
+};
+
+TEST_F(ArmedRaceStress, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
+  const int launches = envInt("AC_ARMED_STRESS_LAUNCHES", kDefaultLaunches);
+  const unsigned seed = static_cast<unsigned>(envInt("AC_ARMED_STRESS_SEED", int(std::random_device{}() >> 1)));
+  std::printf("%d launches, seed %u (AC_ARMED_STRESS_SEED repeats them)\n", launches, seed);
+  std::mt19937 random(seed);
+  std::map<std::string, int> outcomes;
+
+  for (int i = 0; i < launches; ++i) {
+    const auto rival = static_cast<Rival>(random() % 4);
+    const int micros = std::uniform_int_distribution<int>(rival == Rival::ownerGone ? 0 : kEarliestMicros,
+                                                          kLatestMicros)(random);
+    SCOPED_TRACE(std::string("launch ") + std::to_string(i) + ": " + name(rival) + " at " +
+                 std::to_string(micros) + " us from go");
+    std::filesystem::remove(s.path("call.m4a"));
+    ArmedOwner owner(s);
+    Recording r(s, owner.armedArgs());
+    const std::string pid = std::to_string(r.pid());
+    ASSERT_EQ(owner.nextLine(), "armed, pid=" + pid) << r.log();
+
+    if (micros < 0) {
+      act(rival, owner, r.pid());
+      std::this_thread::sleep_for(std::chrono::microseconds(-micros));
+      owner.send("go\n");
+    } else {
+      owner.send("go\n");
+      std::this_thread::sleep_for(std::chrono::microseconds(micros));
+      act(rival, owner, r.pid());
+    }
+    const std::optional<std::string> outcome = owner.nextLine();
+    // A change of input after go is the recording's business: it goes on
+    // until its owner leaves.
+    if (rival == Rival::inputChange) owner.closeGo();
+    const auto waited = std::chrono::steady_clock::now();
+    ExeResult result = r.wait(10);
+    EXPECT_LT(secondsSince(waited), 10) << "the launch did not end by itself";
+    EXPECT_EQ(owner.nextLine(0.05), std::nullopt) << "a second outcome line";
+    if (rival == Rival::inputChange) setDefaultSource(s, "mic");
+
+    const std::string log = r.log();
+    EXPECT_TRUE(result.exited && result.status == 0) << result.status << "\n" << log;
+    if (outcome == "ready, pid=" + pid) {
+      // The rival came while the recorder was starting.
+      const bool deferred = countLines(log, "signal received during start — honoured once running") == 1 ||
+                            inOrder(log, {"armed: owner gone after go — finalizing", "ready, pid=" + pid});
+      ++outcomes[std::string(name(rival)) + (deferred ? " → ready, stop deferred" : " → ready")];
+      EXPECT_EQ(result.out, "pid=" + pid + "\n");
+      EXPECT_EQ(countLines(log, "signal received"), 1u) << log;
+      EXPECT_EQ(logLines(log).back(), "exit") << log;
+      EXPECT_TRUE(s.exists("call.m4a"));
+    } else {
+      ++outcomes[std::string(name(rival)) + " → " + outcome.value_or("no line")];
+      EXPECT_EQ(outcome, releasedLine(rival)) << log;
+      EXPECT_EQ(result.out, "");
+      EXPECT_EQ(countPrefixed(log, "armed: released ("), 1u) << log;
+      EXPECT_FALSE(s.exists("call.m4a")) << "a released launch leaves no file";
+    }
+    if (HasFailure()) break;
+  }
+  for (const auto& [what, count] : outcomes) std::printf("%4d × %s\n", count, what.c_str());
+}
+
+}  // namespace
+}  // namespace ac::e2e

@@ -1,0 +1,63 @@
+// What the recovery tests do to the private PulseAudio server of
+// scripts/with-pulse.sh beyond playing into it: move its defaults, and
+// freeze it for a moment to hold a recorder inside a call to it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+
+#include "e2e_recording/e2e_harness.h"
+
+namespace ac::e2e {
+
+// pactl's standard output; empty when it failed.
+std::string pactl(const test::Scratch& scratch, const std::vector<std::string>& args);
+bool setDefaultSink(const test::Scratch& scratch, const std::string& sink);
+bool setDefaultSource(const test::Scratch& scratch, const std::string& source);
+std::string defaultSource(const test::Scratch& scratch);
+
+// Puts back the server's own defaults (sink "speaker", source "mic") when it
+// goes, whatever the test moved them to.
+class DefaultsRestored {
+ public:
+  explicit DefaultsRestored(const test::Scratch& scratch) : scratch_(scratch) {}
+  ~DefaultsRestored();
+
+ private:
+  const test::Scratch& scratch_;
+};
+
+// Sound that stays on `sink` whatever the default does. The server moves a
+// client's stream from the old default sink to the new one, tones included;
+// this one plays into a private null sink looped back into `sink` by a
+// loopback that may not move.
+class PinnedTone {
+ public:
+  PinnedTone(const test::Scratch& scratch, const std::string& sink, const Pcm& pcm);
+  bool ok() const { return feed_.ok() && loopback_.ok() && live_ && live_->ok() && player_; }
+
+ private:
+  LoadedModule feed_, loopback_;
+  std::unique_ptr<LiveSinks> live_;
+  std::unique_ptr<test::RunningExe> player_;
+};
+
+// The daemon behind PULSE_SERVER, stopped (SIGSTOP) for the object's
+// lifetime: every client call to it waits until it resumes. Keep it short:
+// clients give up on the server after 5 s.
+class FrozenServer {
+ public:
+  // Why the daemon cannot be frozen (not a private unix socket of ours, or
+  // no process serves it); nothing when it can.
+  static std::optional<std::string> unavailable();
+  FrozenServer();
+  ~FrozenServer();
+  void thaw();
+
+ private:
+  std::optional<pid_t> pid_;
+};
+
+}  // namespace ac::e2e
