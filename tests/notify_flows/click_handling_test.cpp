@@ -44,6 +44,7 @@ TEST(ClickActionFolding, EachActionActsOnlyWhereItBelongs) {
       {"action on Recordings", ClickRecordings{}, "vela.silence:ignore", true, std::nullopt},
       {"silence body click", silence, kDefaultActionIdentifier, false, std::nullopt},
       {"silence snooze", silence, "vela.silence:snooze-15", true, ClickSnoozeSilence{kMarker, 15}},
+      {"snooze not as custom action", silence, "vela.silence:snooze-5", false, std::nullopt},
   };
   for (const auto& c : cases) {
     bool rosterRead = false;
