@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdio>
 #include <sstream>
 #include <thread>
 
 #include "platform/linux/backends.h"
 #include "platform/linux/ffmpeg_pcm_format.h"
 #include "platform/linux/ffmpeg_track_timeline.h"
+#include "tests/support/command_output.h"
 #include "tests/support/scratch_dir.h"
 
 namespace ac::platform::linux_backend {
@@ -62,18 +62,12 @@ void feed(WriterInput& in, const Source& s, double fromSeconds, double seconds, 
   }
 }
 
-std::string run(const std::string& cmd) {
-  std::string out;
-  FILE* p = popen(cmd.c_str(), "r");
-  char buf[65536];
-  for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-  pclose(p);
-  return out;
-}
+using test::commandOutput;
 
 // Track `index` decoded to mono float at its own rate.
 std::vector<float> decode(const std::string& path, int index) {
-  const std::string raw = run("ffmpeg -v error -i '" + path + "' -map 0:a:" + std::to_string(index) + " -ac 1 -f f32le -");
+  const std::string raw =
+      commandOutput("ffmpeg -v error -i '" + path + "' -map 0:a:" + std::to_string(index) + " -ac 1 -f f32le -");
   std::vector<float> pcm(raw.size() / 4);
   std::memcpy(pcm.data(), raw.data(), pcm.size() * 4);
   return pcm;
@@ -168,8 +162,9 @@ TEST_F(FFmpegWriterTest, TracksKeepTheirOrderFormatAndDuration) {
   // Every track presents its first sample after the longest encoder priming.
   double priming = 0;
   for (const Track& t : tracks) priming = std::max(priming, 1024 / t.encodeRate);
-  std::istringstream probe(run("ffprobe -v error -show_entries stream=codec_name,sample_rate,channels,duration -of csv=p=0 '" +
-                               path("tracks.m4a") + "'"));
+  std::istringstream probe(commandOutput(
+      "ffprobe -v error -show_entries stream=codec_name,sample_rate,channels,duration -of csv=p=0 '" +
+      path("tracks.m4a") + "'"));
   for (const Track& t : tracks) {
     std::string codec, rate, channels, duration;
     std::getline(probe, codec, ',');

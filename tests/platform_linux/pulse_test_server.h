@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <cstdio>
 #include <functional>
 #include <memory>
 #include <string>
@@ -21,18 +20,14 @@
 #include <vector>
 
 #include "support/dispatch.h"
+#include "tests/support/command_output.h"
 #include "tests/support/eventually.h"
 
 namespace ac::testing {
 
 // Runs `pactl args`; returns its standard output without the last newline.
 inline std::string pactl(const std::string& args, int* rcOut = nullptr) {
-  std::string out;
-  FILE* p = popen(("pactl " + args + " 2>/dev/null").c_str(), "r");
-  char buf[512];
-  for (size_t n; p && (n = fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-  int rc = p ? pclose(p) : -1;
-  if (rcOut) *rcOut = rc;
+  std::string out = test::commandOutput("pactl " + args + " 2>/dev/null", rcOut);
   while (!out.empty() && out.back() == '\n') out.pop_back();
   return out;
 }

@@ -209,7 +209,8 @@ OSStatus SimAudioHardware::streamConfigurationByteSize(AudioObjectID device, Sco
 
 OSStatus SimAudioHardware::streamConfiguration(AudioObjectID device, Scope scope, void* data, uint32_t& ioBytes) {
   return answerFor("StreamConfiguration", devices_, device, [&](const SimDevice& d) {
-    std::vector<uint32_t> channels = scope == Scope::input ? d.inputChannels : std::vector<uint32_t>(d.outputStreams, 2);
+    const std::vector<uint32_t> channels =
+        scope == Scope::input ? d.inputChannels : std::vector<uint32_t>(d.outputStreams, 2);
     // The whole list, of which only what fits the caller's room is written:
     // the header keeps declaring every buffer.
     std::vector<uint8_t> full(8 + 16 * channels.size(), 0);
