@@ -29,16 +29,4 @@ void raisePeak(std::atomic<float>& peak, float value) {
   }
 }
 
-std::string formatFloat(float v) {
-  // The shortest decimal that reads back as the same float, printed the way
-  // rates are, so 0.1f shows as "0.1" rather than its double expansion.
-  if (!std::isfinite(v)) return formatDouble(v);
-  char buf[32];
-  for (int precision = 1; precision <= 9; ++precision) {
-    std::snprintf(buf, sizeof buf, "%.*g", precision, double(v));
-    if (std::strtof(buf, nullptr) == v) break;
-  }
-  return formatDouble(std::strtod(buf, nullptr));
-}
-
 }  // namespace ac::capture

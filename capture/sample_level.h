@@ -16,7 +16,5 @@ float maxAbsSample(const platform::AudioBuffer& buffer, size_t limit = SIZE_MAX)
 // Raises `peak` to `value` if it is larger; lock-free.
 void raisePeak(std::atomic<float>& peak, float value);
 
-// A float the way the diagnostics print levels: "0.0", "0.25", "1.5".
-std::string formatFloat(float v);
 
 }  // namespace ac::capture

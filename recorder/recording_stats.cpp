@@ -7,16 +7,6 @@
 
 namespace ac {
 
-std::string formatFloat(float v) {
-  if (std::isnan(v)) return "nan";
-  if (std::isinf(v)) return v > 0 ? "inf" : "-inf";
-  char buf[64];
-  auto res = std::to_chars(buf, buf + sizeof buf, v);
-  std::string out(buf, res.ptr);
-  if (out.find_first_of(".e") == std::string::npos) out += ".0";
-  return out;
-}
-
 std::string statsLine(const RecordingStats& s) {
   auto flag = [](bool b) { return b ? "true" : "false"; };
   using std::to_string;

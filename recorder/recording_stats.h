@@ -32,8 +32,5 @@ struct RecordingStats {
 // "stats: ioproc=<n> sysAppended=<n> ... micFmtChanges=<n>".
 std::string statsLine(const RecordingStats& s);
 
-// A 32-bit float in its shortest round-trip form with at least one
-// fractional digit: "0.0", "1.0", "0.25", "1e-05".
-std::string formatFloat(float v);
 
 }  // namespace ac

@@ -91,4 +91,14 @@ std::string formatDouble(double v) {
   return buf;
 }
 
+std::string formatFloat(float v) {
+  if (!std::isfinite(v)) return formatDouble(v);
+  char buf[32];
+  for (int precision = 1; precision <= 9; ++precision) {
+    std::snprintf(buf, sizeof buf, "%.*g", precision, double(v));
+    if (std::strtof(buf, nullptr) == v) break;
+  }
+  return formatDouble(std::strtod(buf, nullptr));
+}
+
 }  // namespace ac

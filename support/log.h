@@ -42,6 +42,9 @@ inline bool shouldLogFailureCount(int64_t n) { return n < 11 || n % 200 == 0; }
 
 // A double as the diagnostics print rates: "48000.0", "44100.5", "nan".
 std::string formatDouble(double v);
+// A float as the shortest decimal that reads back as the same float, printed
+// like formatDouble ("0.1", "1.0"), for sample levels.
+std::string formatFloat(float v);
 
 // Writes "notify: ..." style lines straight to standard error in one write.
 void writeStderr(std::string_view text);
