@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <regex>
 
 #include "main/exe_runner.h"
@@ -54,11 +56,19 @@ TEST(EntryBlackBox, HelpAndUsageErrors) {
 TEST(EntryBlackBox, ModePrecedence) {
   Scratch s;
   ExeResult list = runExe(s, {"-o", s.path("a.m4a"), "--no-mic", "--list-outputs"}, kNoServer);
+  ExeResult current = runExe(s, {"--list-outputs", "--current-output"}, kNoServer);
+#if defined(__APPLE__)
+  // Core Audio always answers: the queries succeed, and still nothing records.
+  EXPECT_EQ(list.status, 0) << list.err;
+  EXPECT_EQ(current.status, 0) << current.err;
+  EXPECT_EQ(std::count(current.out.begin(), current.out.end(), '\n'), 1) << current.out;
+#else
+  // With no sound server the query fails as a query, never as a recording.
   EXPECT_EQ(list.status, 1);
   EXPECT_EQ(list.err.rfind("list-outputs failed: ", 0), 0u) << list.err;
-  EXPECT_FALSE(s.exists("a.m4a"));
-  ExeResult current = runExe(s, {"--list-outputs", "--current-output"}, kNoServer);
   EXPECT_EQ(current.err.rfind("current-output lookup failed: ", 0), 0u) << current.err;
+#endif
+  EXPECT_FALSE(s.exists("a.m4a"));
 
   ExeResult bare = runExe(s, {}, kNoServer), psn = runExe(s, {"-psn_0_4242"}, kNoServer);
   EXPECT_EQ(psn.status, bare.status);

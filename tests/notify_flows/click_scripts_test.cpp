@@ -14,7 +14,7 @@ const std::string kMarker = "TRANSCRIPT_PENDING_1792530208_4242";
 TEST_F(ClickScripts, SilenceScriptGetsTheMarkerMinutesAndNullStreams) {
   std::string script = home_ + "/silence.sh";
   writeFile(script,
-            "#!/bin/sh\necho \"$*|$(readlink /proc/self/fd/0)|$(readlink /proc/self/fd/2)\" >" + home_ +
+            "#!/bin/sh\necho \"$*|$(readlink /proc/self/fd/0 2>/dev/null || readlink /dev/fd/0)|$(readlink /proc/self/fd/2 2>/dev/null || readlink /dev/fd/2)\" >" + home_ +
                 "/args\nexit ${SILENCE_STATUS:-0}\n",
             true);
   EXPECT_EQ(runSilenceIgnoreScript(script, kMarker, 10, 5), "snoozed");

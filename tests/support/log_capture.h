@@ -3,7 +3,7 @@
 // back when destroyed. Captures nest; the innermost one gets the lines.
 #pragma once
 
-#include <sys/mman.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,10 +16,17 @@ namespace ac::test {
 
 class LogCapture {
  public:
-  LogCapture() : fd_(::memfd_create("test-log", 0)), previous_(logFileDescriptor()) { setLogFileDescriptor(fd_); }
+  LogCapture() : fd_(anonymousFile()), previous_(logFileDescriptor()) { setLogFileDescriptor(fd_); }
   ~LogCapture() {
     setLogFileDescriptor(previous_);
     ::close(fd_);
+  }
+  // An unlinked temporary file: portable where memfd_create is not.
+  static int anonymousFile() {
+    char path[] = "/tmp/ac-test-log-XXXXXX";
+    int fd = ::mkstemp(path);
+    if (fd >= 0) ::unlink(path);
+    return fd;
   }
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
