@@ -213,8 +213,10 @@ stage_report() {
   done <<<"$streams"
 
   echo "== levels"
+  local level
   for k in 0 1; do
-    printf '   track %d  whole call    %s\n' $((k + 1)) "$(volume_of $k "")"
+    level=$(volume_of $k "")
+    printf '   track %d  whole call    %s\n' $((k + 1)) "$level"
   done
   # Each turn should be loud on its party's track and silent on the other.
   local offset at=$lead_in i=0 turn length from to
@@ -225,8 +227,8 @@ stage_report() {
     from=$(awk -v o="$offset" -v a="$at" 'BEGIN{print o+a+0.05}')
     to=$(awk -v o="$offset" -v a="$at" -v l="$length" 'BEGIN{print o+a+l-0.05}')
     for k in 0 1; do
-      printf '   track %d  turn %d %-6s %s\n' $((k + 1)) $i "${turn%%|*}" \
-        "$(volume_of $k "atrim=start=$from:end=$to,")"
+      level=$(volume_of $k "atrim=start=$from:end=$to,")
+      printf '   track %d  turn %d %-6s %s\n' $((k + 1)) $i "${turn%%|*}" "$level"
     done
     at=$(awk -v a="$at" -v l="$length" -v g="$gap" 'BEGIN{print a+l+g}')
   done
@@ -245,13 +247,15 @@ stage_waveforms() {
   px_per_second=$(awk -v w=$width -v d="$duration" 'BEGIN{printf "%d", w/d}')
   local labels=("track 1 - system audio (remote party)" "track 2 - microphone (local party)")
   local colors=("0x4f9dff" "0xff8a3d")
-  local text_options=""
-  [[ -f $font ]] && text_options="fontfile=$font:"
+  local label
   for k in 0 1; do
+    # Labels need a font; without one (fonts-dejavu-core) the tracks are
+    # still in order, system audio on top.
+    label=""
+    [[ -f $font ]] && label=",drawtext=fontfile=$font:text='${labels[k]}':x=10:y=8:fontsize=18:fontcolor=white"
     graph+="[0:a:$k]aformat=channel_layouts=mono,showwavespic=s=${width}x${height}:colors=${colors[k]}:scale=sqrt[w$k];"
     graph+="color=c=0x1b1f27:s=${width}x${height}:d=1,format=rgba[bg$k];"
-    graph+="[bg$k][w$k]overlay=format=auto,drawgrid=w=$px_per_second:h=$((height + 1)):c=white@0.15,"
-    graph+="drawtext=${text_options}text='${labels[k]}':x=10:y=8:fontsize=18:fontcolor=white[t$k];"
+    graph+="[bg$k][w$k]overlay=format=auto,drawgrid=w=$px_per_second:h=$((height + 1)):c=white@0.15${label}[t$k];"
   done
   graph+="[t0][t1]vstack=inputs=2"
   ffmpeg -v error -y -i "$call" -filter_complex "$graph" -frames:v 1 "$png" || fail "ffmpeg could not draw $png"

@@ -118,6 +118,8 @@ TEST_F(ArmedRaceStress, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
 
     const std::string log = r.log();
     EXPECT_TRUE(result.exited && result.status == 0) << result.status << "\n" << log;
+    // Run from a sanitized build, the recorder is sanitized too.
+    EXPECT_EQ(result.err.find("Sanitizer"), std::string::npos) << result.err;
     if (outcome == "ready, pid=" + pid) {
       // The rival came while the recorder was starting.
       const bool deferred = countLines(log, "signal received during start — honoured once running") == 1 ||
