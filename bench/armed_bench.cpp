@@ -154,6 +154,9 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "armed_bench: cannot play into the server's sinks\n");
       return 2;
     }
+    // The sink may be inside a long idle block: start a short one.
+    pactl(s, {"suspend-sink", "speaker", "1"});
+    pactl(s, {"suspend-sink", "speaker", "0"});
     for (int i = 0; i < launches; ++i) {
       if (auto run = armedLaunch(s, clicks, uint32_t(i + 1))) {
         ready.push_back(run->readyMs);
