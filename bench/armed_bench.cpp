@@ -154,9 +154,11 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "armed_bench: cannot play into the server's sinks\n");
       return 2;
     }
-    // The sink may be inside a long idle block: start a short one.
-    pactl(s, {"suspend-sink", "speaker", "1"});
-    pactl(s, {"suspend-sink", "speaker", "0"});
+    // A PulseAudio sink may be inside a long idle block: start a short one.
+    if (!onPipeWire(s)) {
+      pactl(s, {"suspend-sink", "speaker", "1"});
+      pactl(s, {"suspend-sink", "speaker", "0"});
+    }
     for (int i = 0; i < launches; ++i) {
       if (auto run = armedLaunch(s, clicks, uint32_t(i + 1))) {
         ready.push_back(run->readyMs);

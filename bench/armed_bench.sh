@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # How fast an armed recorder answers "go" against a cold launch, and how
 # long system audio falls silent when the default sink switches, on a
-# private PulseAudio server (scripts/with-pulse.sh):
+# private PulseAudio server and then a private PipeWire one
+# (scripts/with-pulse.sh; SERVERS="pipewire" to pick):
 #
 #   bench/armed_bench.sh [LAUNCHES]     # default 10; BUILD_DIR=DIR to pick the build
 #
@@ -19,4 +20,9 @@ configure=(cmake -S "$root" -B "$build_dir" -G Ninja)
 [[ -f "$build_dir/CMakeCache.txt" ]] || configure+=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
 "${configure[@]}" >/dev/null
 cmake --build "$build_dir" -j "${JOBS:-2}" --target audio-capture armed_bench
-exec "$root/scripts/with-pulse.sh" "$build_dir/bench/armed_bench" "$@"
+status=0
+for server in ${SERVERS:-pulseaudio pipewire}; do
+  echo "== $server"
+  AC_SOUND_SERVER=$server "$root/scripts/with-pulse.sh" "$build_dir/bench/armed_bench" "$@" || status=1
+done
+exit $status

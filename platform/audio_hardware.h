@@ -4,6 +4,13 @@
 // Every call returns the platform's status unchanged (0 on success) so the
 // core decides what each failure means. Calls may come from any thread;
 // a backend serialises its own state.
+//
+// Reconnecting to the sound service is transport, the one thing a backend
+// decides alone: a service that restarts under the process and returns
+// within a short window gets the same taps, aggregates and IOProcs attached
+// again, and the core sees only a pause in the IOProc calls (and any default
+// change made meanwhile, through its listeners). A service that stays away
+// is reported as the platform reports it: the output device is lost.
 #pragma once
 
 #include <functional>

@@ -4,7 +4,11 @@
 //
 // Shapes follow the platform capture framework so its backend is a thin
 // translation; every decision (device choice, fallback, recovery) is the
-// core's.
+// core's, except reconnecting to the sound service, which is transport: a
+// running session whose service restarts and returns within a short window
+// records the same device again (the core sees a pause in the buffers); a
+// service that stays away ends the session with a runtime error of the
+// device-loss class ("media services were reset").
 #pragma once
 
 #include <cstdint>
@@ -58,6 +62,10 @@ struct CaptureAudioSettings {
 // Receives each captured buffer on the queue given with it.
 using SampleBufferHandler = std::function<void(const SampleBuffer&)>;
 
+// Buffers come in the settings' rate and sample format. A mono float request
+// may be served at the device's own channel count (interleaved, the format
+// saying so) where the platform's mixer would not average the channels; the
+// core mixes such buffers down to mono itself.
 class AudioDataOutput {
  public:
   virtual ~AudioDataOutput() = default;

@@ -32,6 +32,42 @@ std::shared_ptr<platform::AudioDataOutput> makeMicCaptureOutput(std::shared_ptr<
   return output;
 }
 
+namespace {
+bool isInterleavedFloat(const platform::StreamFormat& f, uint32_t channels) {
+  return (f.formatFlags & platform::kAudioFormatFlagIsFloat) && f.bitsPerChannel == 32 &&
+         f.bytesPerFrame == 4 * channels && channels > 1;
+}
+}  // namespace
+
+platform::AudioFormatDescription mixedDownFormat(const platform::AudioFormatDescription& format) {
+  platform::AudioFormatDescription mono = format;
+  platform::StreamFormat& f = mono.asbd;
+  if (!isInterleavedFloat(f, f.channelsPerFrame)) return mono;
+  f.channelsPerFrame = 1;
+  f.bytesPerFrame = f.bytesPerPacket = 4;
+  mono.layoutTag = mono.layoutSize = 0;
+  return mono;
+}
+
+void mixDownToMono(platform::SampleBuffer& buffer) {
+  const uint32_t channels = buffer.format.asbd.channelsPerFrame;
+  if (!isInterleavedFloat(buffer.format.asbd, channels) || buffer.buffers.size() != 1) return;
+  std::vector<uint8_t>& data = buffer.buffers.front();
+  const size_t frames = data.size() / (4 * channels);
+  for (size_t i = 0; i < frames; ++i) {
+    float sum = 0, v;
+    for (uint32_t c = 0; c < channels; ++c) {
+      std::memcpy(&v, data.data() + 4 * (i * channels + c), 4);
+      sum += v;
+    }
+    v = sum / float(channels);
+    std::memcpy(data.data() + 4 * i, &v, 4);
+  }
+  data.resize(frames * 4);
+  buffer.format = mixedDownFormat(buffer.format);
+  buffer.bufferChannels.assign(1, 1);
+}
+
 float micPeakAmplitude(const platform::SampleBuffer& buffer) {
   if (!buffer.dataReady || buffer.buffers.empty()) return 0;
   const std::vector<uint8_t>& data = buffer.buffers.front();

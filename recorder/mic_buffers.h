@@ -17,6 +17,14 @@ platform::CaptureAudioSettings micCaptureAudioSettings();
 // Sets the output's audio settings to micCaptureAudioSettings() and returns it.
 std::shared_ptr<platform::AudioDataOutput> makeMicCaptureOutput(std::shared_ptr<platform::AudioDataOutput> output);
 
+// The microphone track is mono: a float buffer delivered with more channels
+// (a backend whose server would sum rather than average them) is mixed down
+// in place to the average of its channels, so a tone keeps its level and
+// nothing clips that did not clip at the source. Other buffers are left as
+// they are. mixedDownFormat is the format such a buffer has afterwards.
+platform::AudioFormatDescription mixedDownFormat(const platform::AudioFormatDescription& format);
+void mixDownToMono(platform::SampleBuffer& buffer);
+
 // Peak absolute sample of the first buffer, reading at most 1024 samples (as
 // float32 when the format says float, else signed 16-bit scaled by 1/32768);
 // 0 when there is no data. Feeds a meter and a log line, not the recording.

@@ -53,14 +53,17 @@ void Recorder::Impl::buildMicSession() {
 void Recorder::Impl::handleMicBuffer(const platform::SampleBuffer& buffer) {
   if (!micInput) return;
 
-  if (!micFormatDescription || !(*micFormatDescription == buffer.format)) {
+  // The track's format is the mono one every buffer is mixed down to.
+  const platform::AudioFormatDescription format = mixedDownFormat(buffer.format);
+  if (!micFormatDescription || !(*micFormatDescription == format)) {
     if (micFormatDescription) ++micFormatChanges;
-    micFormatDescription = buffer.format;
-    log("mic format: " + micFormatDiagnostic(buffer.format) + " changes=" + std::to_string(micFormatChanges));
+    micFormatDescription = format;
+    log("mic format: " + micFormatDiagnostic(format) + " changes=" + std::to_string(micFormatChanges));
   }
 
   std::optional<platform::SampleBuffer> retimed = retime(buffer, anchoredPTS(buffer.presentationTime()));
   if (!retimed) return;
+  mixDownToMono(*retimed);
   if (!micInput->isReadyForMoreMediaData()) return;
 
   if (!micInput->append(*retimed)) {
@@ -78,7 +81,7 @@ void Recorder::Impl::handleMicBuffer(const platform::SampleBuffer& buffer) {
   // maximum is a diagnostic, not the true maximum.
   const bool tick = micSamplesAppended % micTickInterval == 1;
   if (!levelFile && !tick) return;
-  const float peak = micPeakAmplitude(buffer);
+  const float peak = micPeakAmplitude(*retimed);
   if (tick) {
     if (peak > micMaxSampleAbs) micMaxSampleAbs = peak;
     log("mic tick: appended=" + std::to_string(micSamplesAppended) + " maxSampleAbs=" + formatFloat(peak));

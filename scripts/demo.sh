@@ -136,16 +136,23 @@ stage_record() {
   trap stop_background EXIT
   # An idle null sink renders in 2-second blocks, so a capture that starts
   # on it may hear nothing for up to 2 s. A low-latency stream of silence
-  # keeps the blocks short once the sink is suspended and resumed.
+  # keeps the blocks short once a PulseAudio sink is suspended and resumed
+  # (PipeWire heeds it at once, and its remapped sources stay silent after a
+  # suspend).
   for sink in speaker micfeed; do
     pacat --playback --latency-msec=10 --device=$sink /dev/zero &
     background_pids+=($!)
     silence_pids+=($!)
   done
-  sleep 0.3
-  for sink in speaker micfeed; do
-    pactl suspend-sink $sink 1 && pactl suspend-sink $sink 0 || fail "cannot suspend and resume $sink"
+  for _ in $(seq 500); do
+    (($(pactl list short sink-inputs | wc -l) >= 2)) && break
+    sleep 0.01
   done
+  if ! pactl info | grep -q "on PipeWire"; then
+    for sink in speaker micfeed; do
+      pactl suspend-sink $sink 1 && pactl suspend-sink $sink 0 || fail "cannot suspend and resume $sink"
+    done
+  fi
 
   rm -f "$call" "$call_log"
   "$exe" --output "$call" --log "$call_log" >"$out_dir/stdout.txt" 2>/dev/null &

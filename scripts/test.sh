@@ -2,6 +2,7 @@
 # Every test: a normal build (build/) and an AddressSanitizer +
 # UndefinedBehaviorSanitizer build (build-asan/), each configured, built and
 # run with CTest against a private PulseAudio server (scripts/with-pulse.sh),
+# the server suites of the normal build once more against PipeWire,
 # then the parsers' libFuzzer targets (clang, build-fuzz/) for a bounded time.
 # Exits non-zero when any build or test fails.
 #
@@ -30,6 +31,11 @@ configure_and_build build-asan -DCMAKE_BUILD_TYPE=Debug -DAC_SANITIZE=ON
 
 failed=()
 run_tests build || failed+=(build)
+# The suites that talk to the sound server once more against PipeWire's
+# pulse server (normal build only: the sanitizers add nothing server-specific).
+echo "== ctest in build against PipeWire"
+AC_SOUND_SERVER=pipewire "$root/scripts/with-pulse.sh" ctest --test-dir "$root/build" --output-on-failure \
+  -j "$jobs" --timeout 300 -L 'e2e|pulse' -E notify_e2e || failed+=(build-pipewire)
 run_tests build-asan || failed+=(build-asan)
 echo "== fuzzing the parsers (${FUZZ_SECONDS:-15}s each)"
 "$root/tests/fuzz/run-fuzzers.sh" "$root/build-fuzz" "${FUZZ_SECONDS:-15}" || failed+=(fuzz)

@@ -24,6 +24,7 @@ class PulseCaptureDevice final : public CaptureDevice {
   std::string localizedName() const override { return description_; }
   bool isConnected() const override;
   std::optional<AudioFormatDescription> activeFormat() const override;
+  uint8_t channels() const { return spec_.channels; }
 
  private:
   std::shared_ptr<PulseConnection> connection_;
@@ -36,6 +37,7 @@ class PulseCaptureDeviceInput final : public CaptureDeviceInput {
  public:
   explicit PulseCaptureDeviceInput(std::shared_ptr<PulseCaptureDevice> device) : device_(std::move(device)) {}
   std::shared_ptr<CaptureDevice> device() const override { return device_; }
+  const PulseCaptureDevice& pulseDevice() const { return *device_; }
 
  private:
   std::shared_ptr<PulseCaptureDevice> device_;

@@ -1,5 +1,7 @@
 #include "platform/linux/pulse_capture_session.h"
 
+#include <algorithm>
+
 #include <pulse/error.h>
 
 #include "platform/linux/pulse_connection.h"
@@ -52,6 +54,7 @@ PulseCaptureSession::PulseCaptureSession(std::shared_ptr<PulseConnection> connec
 
 PulseCaptureSession::~PulseCaptureSession() {
   std::lock_guard<std::mutex> guard(mutex_);
+  reconnect_.cancel();
   running_ = false;
   closeStreamLocked();
 }
@@ -101,6 +104,7 @@ void PulseCaptureSession::addOutput(const std::shared_ptr<AudioDataOutput>& outp
 
 void PulseCaptureSession::startRunning() {
   std::lock_guard<std::mutex> guard(mutex_);
+  reconnect_.cancel();
   if (running_) return;
   closeStreamLocked();  // a stream the server ended
   // Like the platform's session, one without an input runs, capturing nothing.
@@ -110,6 +114,7 @@ void PulseCaptureSession::startRunning() {
 
 void PulseCaptureSession::stopRunning() {
   std::lock_guard<std::mutex> guard(mutex_);
+  reconnect_.cancel();
   running_ = false;
   closeStreamLocked();
 }
@@ -117,10 +122,20 @@ void PulseCaptureSession::stopRunning() {
 void PulseCaptureSession::applyLocked() {
   if (activeInput_ == pendingInput_) return;
   activeInput_ = pendingInput_;
+  reconnect_.cancel();
   if (!running_) return;
   // The swap: the stream moves to the new source (or stops without one).
   closeStreamLocked();
   running_ = !(activeInput_ && output_) || openStreamLocked();
+}
+
+bool PulseCaptureSession::reopen() {
+  // Never waits for mutex_: its holder may be cancelling this very retry.
+  std::unique_lock<std::mutex> guard(mutex_, std::try_to_lock);
+  if (!guard) return false;
+  if (!running_ || !activeInput_ || !output_) return true;
+  closeStreamLocked();
+  return openStreamLocked();
 }
 
 void PulseCaptureSession::closeStreamLocked() {
@@ -131,6 +146,11 @@ void PulseCaptureSession::closeStreamLocked() {
 bool PulseCaptureSession::openStreamLocked() {
   std::optional<pa_sample_spec> spec = sampleSpecFor(output_->audioSettings());
   if (!spec) return false;
+  // A mono float request is served as the source gives it: PipeWire's
+  // server sums the channels where PulseAudio averages them, so the core
+  // mixes down itself (see AudioDataOutput).
+  if (spec->channels == 1 && (spec->format == PA_SAMPLE_FLOAT32LE || spec->format == PA_SAMPLE_FLOAT32BE))
+    spec->channels = std::max<uint8_t>(1, activeInput_->pulseDevice().channels());
   auto delivery = std::make_shared<const PulseAudioDataOutput::Delivery>(output_->delivery());
   const AudioFormatDescription format{streamFormatFor(*spec), 0, 0};
   const int32_t rate = static_cast<int32_t>(spec->rate);
@@ -154,6 +174,15 @@ bool PulseCaptureSession::openStreamLocked() {
     }
   };
   auto onFailure = [this](int error) {
+    if (serverWentAway(error)) {
+      reconnect_.begin([this] { return reopen(); },
+                       [this] {
+                         running_ = false;
+                         observers_->postRuntimeError(this, Error{kCaptureErrorDomain, kServicesResetCode,
+                                                                  "the sound server did not come back"});
+                       });
+      return;
+    }
     running_ = false;
     observers_->postRuntimeError(
         this, Error{kCaptureErrorDomain, kStreamFailedCode, std::string("the microphone stream stopped: ") + pa_strerror(error)});

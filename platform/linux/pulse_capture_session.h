@@ -5,9 +5,11 @@
 // Threads: configuration, start and stop come from the core's threads (they
 // block on the server and are serialised by mutex_). Buffers are made on the
 // shared pulse loop thread and handed to the output's queue. A stream the
-// server ends (its source went away, the server died) stops the session and
-// posts a runtime error to the session's observers; it never moves to
-// another source by itself.
+// server ends (its source went away) stops the session and posts a runtime
+// error to the session's observers; it never moves to another source by
+// itself. A server that went away is waited for (PulseReconnect): back
+// within the window, the same source is recorded again and the session runs
+// on; gone for good, the session stops with the "services reset" error.
 #pragma once
 
 #include <atomic>
@@ -18,6 +20,7 @@
 #include <pulse/sample.h>
 
 #include "platform/linux/pulse_capture_devices.h"
+#include "platform/linux/pulse_reconnect.h"
 #include "platform/linux/pulse_record_stream.h"
 #include "platform/mic_capture.h"
 
@@ -67,6 +70,9 @@ class PulseCaptureSession final : public CaptureSession {
   // generic "operation could not be completed", which the core treats as
   // worth a restart rather than a device loss.
   static constexpr int64_t kStreamFailedCode = -11800;
+  // "Media services were reset": the sound server itself is gone, which the
+  // core treats as a lost device.
+  static constexpr int64_t kServicesResetCode = -11819;
   static constexpr uint32_t kFragmentMs = 10;
 
  private:
@@ -74,6 +80,9 @@ class PulseCaptureSession final : public CaptureSession {
   void applyLocked();
   bool openStreamLocked();
   void closeStreamLocked();
+  // Opens the stream again after the server came back (the retry thread);
+  // true when it runs or no longer should.
+  bool reopen();
 
   std::shared_ptr<PulseConnection> connection_;
   std::shared_ptr<MicObservers> observers_;
@@ -84,6 +93,7 @@ class PulseCaptureSession final : public CaptureSession {
   std::shared_ptr<PulseAudioDataOutput> output_;
   std::unique_ptr<PulseRecordStream> stream_;
   std::atomic<bool> running_{false};
+  PulseReconnect reconnect_;
 };
 
 }  // namespace ac::platform::linux_backend

@@ -1,6 +1,9 @@
 #include "platform/linux/pulse_connection.h"
 
+#include <chrono>
+#include <cstdio>
 #include <mutex>
+#include <optional>
 
 #include <pulse/error.h>
 #include <pulse/proplist.h>
@@ -8,6 +11,7 @@
 #include <pulse/timeval.h>
 
 #include "platform/linux/pulse_status.h"
+#include "support/log.h"
 
 namespace ac::platform::linux_backend {
 
@@ -15,7 +19,28 @@ OSStatus pulseStatus(int paError) { return paError == PA_OK ? PA_ERR_UNKNOWN : p
 
 namespace {
 
-void onContextState(pa_context*, void* userdata) { static_cast<PulseConnection*>(userdata)->signal(); }
+// One outage of the server, however many connections notice it: the first
+// to lose a ready context logs the loss, the first to connect again logs the
+// return with the outage's length.
+std::mutex outageMutex;
+std::optional<std::chrono::steady_clock::time_point> outageSince;
+
+void noteServerLost() {
+  std::lock_guard<std::mutex> guard(outageMutex);
+  if (outageSince) return;
+  outageSince = std::chrono::steady_clock::now();
+  ac::log("pulse: sound server connection lost — reconnecting");
+}
+
+void noteServerBack() {
+  std::lock_guard<std::mutex> guard(outageMutex);
+  if (!outageSince) return;
+  char seconds[32];
+  std::snprintf(seconds, sizeof seconds, "%.3f",
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - *outageSince).count());
+  outageSince.reset();
+  ac::log(std::string("pulse: sound server back after ") + seconds + " s");
+}
 
 bool contextDead(pa_context* c) { return !c || !PA_CONTEXT_IS_GOOD(pa_context_get_state(c)); }
 
@@ -70,6 +95,7 @@ void PulseConnection::setEventHandler(std::function<void()> handler) {
 int PulseConnection::lastError() const { return context_ ? pa_context_errno(context_) : PA_ERR_CONNECTIONREFUSED; }
 
 void PulseConnection::dropContext() {
+  wasReady_ = false;
   if (!context_) return;
   pa_context_set_state_callback(context_, nullptr, nullptr);
   pa_context_set_subscribe_callback(context_, nullptr, nullptr);
@@ -88,7 +114,21 @@ OSStatus PulseConnection::ensureReady() {
   context_ = pa_context_new_with_proplist(pa_threaded_mainloop_get_api(loop_), "audio-capture", props);
   pa_proplist_free(props);
   if (!context_) return PA_ERR_INTERNAL;
-  pa_context_set_state_callback(context_, onContextState, this);
+  pa_context_set_state_callback(
+      context_,
+      [](pa_context* c, void* userdata) {
+        auto* self = static_cast<PulseConnection*>(userdata);
+        self->signal();
+        if (pa_context_get_state(c) == PA_CONTEXT_READY) {
+          self->wasReady_ = true;
+        } else if (self->wasReady_ && !PA_CONTEXT_IS_GOOD(pa_context_get_state(c))) {
+          self->wasReady_ = false;
+          noteServerLost();
+          // The watch reads the server again, which reconnects.
+          if (self->eventHandler_) self->eventHandler_();
+        }
+      },
+      this);
 
   if (pa_context_connect(context_, server_.empty() ? nullptr : server_.c_str(), PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
     OSStatus st = pulseStatus(pa_context_errno(context_));
@@ -107,6 +147,7 @@ OSStatus PulseConnection::ensureReady() {
     return st;
   }
 
+  noteServerBack();
   if (eventHandler_) {
     subscribe();
     eventHandler_();

@@ -8,7 +8,9 @@
 //
 // The context is made lazily and remade after the server went away: a call
 // on a dead server tries once to reconnect and otherwise fails with a
-// non-zero status. Autospawn is off, so no query ever starts a daemon.
+// non-zero status. Autospawn is off, so no query ever starts a daemon. The
+// loss of a ready context calls the event handler (which reads the server
+// again, reconnecting) and is logged once per outage, as is the return.
 #pragma once
 
 #include <functional>
@@ -90,6 +92,7 @@ class PulseConnection {
   std::string server_;
   pa_threaded_mainloop* loop_ = nullptr;
   pa_context* context_ = nullptr;
+  bool wasReady_ = false;  // the context reached READY (loop lock held)
   std::function<void()> eventHandler_;
 };
 

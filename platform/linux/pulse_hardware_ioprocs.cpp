@@ -14,7 +14,14 @@ OSStatus PulseAudioHardware::createIOProc(AudioObjectID device, const std::strin
   std::lock_guard<std::mutex> guard(mutex_);
   if (!aggregates_.count(device)) return kBadObjectErr;
   out = nextIOProc_++;
-  ioProcs_[out] = {device, std::make_shared<PulseIOProc>(queueLabel, connection_->server(), std::move(block))};
+  // A server gone for good takes the output with it: the default output's
+  // listeners hear of it, as of any lost device, and the core repairs.
+  auto serverGone = [this] {
+    std::lock_guard<std::mutex> guard(mutex_);
+    fireLocked([](const Listener& l) { return l.property == ListenedProperty::defaultOutputDevice; });
+  };
+  ioProcs_[out] = {device, std::make_shared<PulseIOProc>(queueLabel, connection_->server(), std::move(block),
+                                                         std::move(serverGone))};
   return kNoErr;
 }
 

@@ -5,22 +5,41 @@
 
 namespace ac::platform::linux_backend {
 
-PulseIOProc::PulseIOProc(const std::string& queueLabel, const std::string& server, IOBlock block)
+PulseIOProc::PulseIOProc(const std::string& queueLabel, const std::string& server, IOBlock block,
+                         std::function<void()> serverGone)
     : block_(std::move(block)),
+      serverGone_(std::move(serverGone)),
       connection_(queueLabel, server),
       stream_(
           connection_, [this](const CapturedChunk& chunk) { deliver(chunk); },
-          [](int error) { ac::log("pulse: system capture stream ended by the server (error " + std::to_string(error) + ")"); }) {}
+          [this](int error) { onStreamEnded(error); }) {}
 
 PulseIOProc::~PulseIOProc() { stop(); }
 
 OSStatus PulseIOProc::start(const std::string& monitorSource, uint32_t rate) {
+  reconnect_.cancel();
   if (stream_.running()) return kNoErr;
-  pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, rate, kTapChannels};
-  return stream_.start(monitorSource, spec, kFragmentMs, "audio-capture system tap");
+  monitor_ = monitorSource;
+  spec_ = pa_sample_spec{PA_SAMPLE_FLOAT32LE, rate, kTapChannels};
+  return stream_.start(monitor_, spec_, kFragmentMs, "audio-capture system tap");
 }
 
-OSStatus PulseIOProc::stop() { return stream_.stop(); }
+OSStatus PulseIOProc::stop() {
+  reconnect_.cancel();
+  return stream_.stop();
+}
+
+void PulseIOProc::onStreamEnded(int error) {
+  if (!serverWentAway(error)) {
+    ac::log("pulse: system capture stream ended by the server (error " + std::to_string(error) + ")");
+    return;
+  }
+  reconnect_.begin([this] { return stream_.start(monitor_, spec_, kFragmentMs, "audio-capture system tap") == kNoErr; },
+                   [this] {
+                     ac::log("pulse: system capture lost its device — the sound server did not come back");
+                     if (serverGone_) serverGone_();
+                   });
+}
 
 void PulseIOProc::deliver(const CapturedChunk& chunk) {
   // Lives on the stack: the real-time path allocates nothing.

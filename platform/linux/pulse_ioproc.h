@@ -7,24 +7,32 @@
 // (interleaved float stereo, valid during the call) and a time stamp whose
 // hostTime is the CLOCK_MONOTONIC nanosecond at which the first frame was
 // captured, and whose sampleTime counts frames since start().
+//
+// A server that goes away and comes back within the return window gets the
+// same monitor recorded again, from a fresh count (see PulseReconnect); one
+// that stays away is reported through serverGone, on a thread of the
+// IOProc's own.
 #pragma once
 
 #include <string>
 
 #include "platform/audio_hardware.h"
 #include "platform/linux/pulse_connection.h"
+#include "platform/linux/pulse_reconnect.h"
 #include "platform/linux/pulse_record_stream.h"
 
 namespace ac::platform::linux_backend {
 
 class PulseIOProc {
  public:
-  PulseIOProc(const std::string& queueLabel, const std::string& server, IOBlock block);
+  PulseIOProc(const std::string& queueLabel, const std::string& server, IOBlock block,
+              std::function<void()> serverGone);
   ~PulseIOProc();
 
   // Starts recording monitorSource at `rate`; a running IOProc stays as is.
   OSStatus start(const std::string& monitorSource, uint32_t rate);
-  // After it returns no block call is running or will run.
+  // After it returns no block call is running or will run, and no
+  // reconnection either.
   OSStatus stop();
   bool running() const { return stream_.running(); }
 
@@ -36,10 +44,15 @@ class PulseIOProc {
   static constexpr uint32_t kHostTimeValid = 1u << 1;
 
   void deliver(const CapturedChunk& chunk);
+  void onStreamEnded(int error);
 
   IOBlock block_;
+  std::function<void()> serverGone_;
   PulseConnection connection_;
   PulseRecordStream stream_;
+  std::string monitor_;  // what start() was last asked to record
+  pa_sample_spec spec_{};
+  PulseReconnect reconnect_;
 };
 
 }  // namespace ac::platform::linux_backend

@@ -1,9 +1,14 @@
 #include "platform/linux/pulse_mic_capture.h"
 
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
 #include "platform/linux/backends.h"
 #include "platform/linux/pulse_capture_session.h"
 #include "platform/linux/pulse_connection.h"
 #include "platform/linux/pulse_watch.h"
+#include "support/dispatch.h"
 #include "support/log.h"
 
 namespace ac::platform::linux_backend {
@@ -68,11 +73,35 @@ void PulseMicCapture::ensureWatching() {
   // destroyed seam.
   auto observers = observers_;
   auto connection = connection_;
+  // Sources gone but not yet posted, and since when (the watch queue only).
+  struct Gone {
+    std::vector<SourceInfo> sources;
+    std::chrono::steady_clock::time_point since;
+  };
+  auto gone = std::make_shared<Gone>();
+  std::weak_ptr<PulseWatch> weakWatch = watch;
   OSStatus st = watch->subscribe(
-      [observers, connection](const Snapshot& before, const Snapshot& after) {
+      [observers, connection, gone, weakWatch](const Snapshot& before, const Snapshot& after) {
+        const bool first = gone->sources.empty();
         for (const auto& source : before.sources)
-          if (!source.isMonitor && !after.inputSource(source.name))
-            observers->postDisconnect(std::make_shared<PulseCaptureDevice>(connection, source));
+          if (!source.isMonitor && !after.inputSource(source.name)) gone->sources.push_back(source);
+        if (gone->sources.empty()) return;
+        if (first) gone->since = std::chrono::steady_clock::now();
+        // The server names a new default source after it removed the old
+        // one (PipeWire's session manager a moment later): a disconnect is
+        // posted once it did, so a rebuild finds the new default at once.
+        bool settled = after.inputSource(after.defaultSource) != nullptr ||
+                       std::none_of(after.sources.begin(), after.sources.end(), [](const SourceInfo& s) { return !s.isMonitor; }) ||
+                       std::chrono::steady_clock::now() - gone->since >= kDefaultSettleTime;
+        if (!settled) {
+          if (first)
+            dispatchGlobalAfter(std::chrono::duration<double>(kDefaultSettleTime).count(), [weakWatch] {
+              if (auto w = weakWatch.lock()) w->changed();
+            });
+          return;
+        }
+        for (const auto& source : std::exchange(gone->sources, {}))
+          observers->postDisconnect(std::make_shared<PulseCaptureDevice>(connection, source));
       },
       token);
   if (st != kNoErr) {

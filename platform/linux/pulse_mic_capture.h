@@ -1,12 +1,14 @@
 // The microphone seam on PulseAudio: devices are the sources that are not
 // monitors, the default device is the server's default source (none when
-// that is a monitor), and disconnects are sources the server removed.
+// that is a monitor), and disconnects are sources the server removed,
+// posted once the server named its new default source.
 // Microphone access needs no permission here: always authorized.
 //
 // Threads: any thread except the pulse loop threads. Disconnect observers
 // are fed by the shared server watch.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 
@@ -43,6 +45,8 @@ class PulseMicCapture final : public MicCapture {
   // The capture framework's "device not connected", for inputs on a device
   // that has gone.
   static constexpr int64_t kDeviceNotConnectedCode = -11814;
+  // How long a disconnect waits for the server to name a new default source.
+  static constexpr std::chrono::milliseconds kDefaultSettleTime{500};
 
  private:
   std::shared_ptr<CaptureDevice> deviceNamed(const std::string& name);

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "platform/linux/pulse_connection.h"
+#include "platform/linux/pulse_reconnect.h"
 
 namespace ac::platform::linux_backend {
 
@@ -40,8 +41,17 @@ void PulseWatch::changed() {
 OSStatus PulseWatch::refresh() {
   pending_ = false;
   Snapshot now;
-  // On failure the last view stays until the server answers again.
-  if (OSStatus st = readSnapshot(*connection_, now)) return st;
+  // On failure the last view stays until the server answers again; while
+  // anyone listens, the watch keeps asking, and the first answer after an
+  // outage hands subscribers whatever changed meanwhile.
+  if (OSStatus st = readSnapshot(*connection_, now)) {
+    std::lock_guard<std::recursive_mutex> guard(mutex_);
+    if (!subscribers_.empty())
+      dispatchGlobalAfter(PulseReconnect::kRetrySeconds, [weak = weak_from_this()] {
+        if (auto watch = weak.lock()) watch->changed();
+      });
+    return st;
+  }
   std::lock_guard<std::recursive_mutex> guard(mutex_);
   Snapshot before = std::move(last_);
   last_ = now;

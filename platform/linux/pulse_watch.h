@@ -4,7 +4,8 @@
 // Server events only say "something changed"; each burst of them becomes one
 // fresh snapshot, read on the watch's own serial queue (never on the pulse
 // loop thread, which must not block), and every subscriber is handed the
-// snapshot before and after. Subscribers are called one at a time on that
+// snapshot before and after. A server that went away is asked again until it
+// answers. Subscribers are called one at a time on that
 // queue and must only hand work on (dispatch to their own queues).
 #pragma once
 

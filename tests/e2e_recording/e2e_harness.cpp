@@ -43,10 +43,18 @@ LiveSinks::LiveSinks(const Scratch& scratch, const std::vector<std::string>& sin
         scratch, "/usr/bin/pacat",
         std::vector<std::string>{"--playback", "--latency-msec=10", "--device=" + sink, "/dev/zero"}));
   ok_ = pollUntil(5, [&] { return sinkInputCount(scratch) >= before + sinks.size(); });
-  // A sink already inside a long block finishes it before it heeds the new
-  // latency; suspending and resuming starts a fresh, short one.
+  // On PulseAudio a sink already inside a long block finishes it before it
+  // heeds the new latency; suspending and resuming starts a fresh, short one.
+  // PipeWire follows the new latency at once, and a suspend would leave its
+  // remapped sources silent for good.
+  if (onPipeWire(scratch)) return;
   for (const std::string& sink : sinks)
     for (const char* suspended : {"1", "0"}) ok_ = ok_ && runTool(scratch, kPactl, {"suspend-sink", sink, suspended}).status == 0;
+}
+
+bool onPipeWire(const Scratch& scratch) {
+  static const bool pipewire = runTool(scratch, kPactl, {"info"}).out.find("on PipeWire") != std::string::npos;
+  return pipewire;
 }
 
 LoadedModule::LoadedModule(const Scratch& scratch, const std::vector<std::string>& nameAndArgs) : scratch_(scratch) {

@@ -24,11 +24,14 @@ using test::Scratch;
 ExeResult runTool(const Scratch& scratch, const std::string& exe, const std::vector<std::string>& args,
                   double timeoutSeconds = 30);
 
+// Whether the server is PipeWire's pulse server rather than PulseAudio.
+bool onPipeWire(const Scratch& scratch);
+
 // Keeps a low-latency stream of silence playing into each sink. An idle null
 // sink renders in 2-second blocks, so a monitor stream that connects to it
 // may wait that long for its first chunk; a playing stream keeps the blocks
-// short (once the sink has been suspended and resumed), and recordings then
-// start the moment they are asked to.
+// short (on PulseAudio once the sink has been suspended and resumed), and
+// recordings then start the moment they are asked to.
 class LiveSinks {
  public:
   LiveSinks(const Scratch& scratch, const std::vector<std::string>& sinks);

@@ -14,6 +14,7 @@
 
 #include "e2e_recording/e2e_harness.h"
 #include "e2e_recovery/log_lines.h"
+#include "e2e_recovery/track_windows.h"
 
 namespace ac::e2e {
 namespace {
@@ -28,8 +29,16 @@ double secondsSince(std::chrono::steady_clock::time_point t) {
 }
 
 // `hz` is plainly what the track holds: ten times louder than `otherHz`.
+// Judged on the loudest half second of `hz`: a player starved on a loaded
+// machine leaves gaps in what the sink played, which the recorder keeps.
 void expectDominant(const Pcm& track, double hz, double otherHz) {
-  const double own = toneAmplitude(track, hz), other = toneAmplitude(track, otherHz);
+  double own = 0, other = 0;
+  for (double t = 0; t + 0.5 <= track.seconds(); t += 0.25) {
+    if (const double here = toneBetween(track, hz, t, t + 0.5); here > own) {
+      own = here;
+      other = toneBetween(track, otherHz, t, t + 0.5);
+    }
+  }
   EXPECT_GT(own, 0.05) << hz << " Hz is missing";
   EXPECT_GT(own, 10 * other) << hz << " Hz at " << own << " against " << otherHz << " Hz at " << other;
 }
@@ -139,7 +148,7 @@ TEST_F(RecordingE2E, MicUidPicksTheNamedSourceOverTheDefault) {
 }
 
 TEST_F(RecordingE2E, LevelFileShowsTheMicrophoneWhileATonePlays) {
-  auto mic = play(s, "micfeed", sineWave(kRate, kMicHz, 3, 0.5f), "mic.wav");
+  auto mic = play(s, "micfeed", sineWave(kRate, kMicHz, 3, 0.9f), "mic.wav");
   Recording r(s, {"--no-system", "--level-file", s.path("level")});
   ASSERT_TRUE(r.waitReady());
   sleepSeconds(1);
@@ -148,8 +157,9 @@ TEST_F(RecordingE2E, LevelFileShowsTheMicrophoneWhileATonePlays) {
   std::smatch m;
   ASSERT_TRUE(std::regex_match(record, m, std::regex(R"(vela-level ([01]\.\d{6}) +\n)"))) << "\"" << record << "\"";
   EXPECT_EQ(record.size(), 32u);
-  // The tone reaches the virtual microphone at about a quarter of full scale.
-  EXPECT_GT(std::stod(m[1]), 0.1) << record;
+  // The stereo microphone hears the tone on both channels; mixed down to
+  // mono it keeps its level (a sum would clip it).
+  EXPECT_NEAR(std::stod(m[1]), 0.9, 0.03) << record;
 }
 
 TEST_F(RecordingE2E, KilledAfterTwelveSecondsLeavesTenSecondsOfBothTracks) {

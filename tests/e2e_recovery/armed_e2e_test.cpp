@@ -61,7 +61,7 @@ TEST_F(ArmedE2E, GoRecordsBothSourcesUntilTheOwnerClosesTheGoPipe) {
 }
 
 TEST_F(ArmedE2E, SigtermBetweenGoAndReadyIsHonouredOnceRunning) {
-  if (auto why = FrozenServer::unavailable()) GTEST_SKIP() << *why;
+  if (auto why = privateServerUncontrolled()) GTEST_SKIP() << *why;
   auto system = tone("speaker", kSystemHz, 8);
   ArmedOwner owner(s);
   Recording r(s, [&] {

@@ -1,6 +1,5 @@
 #include "e2e_recovery/sound_server.h"
 
-#include <dirent.h>
 #include <signal.h>
 
 #include <cstdlib>
@@ -8,30 +7,23 @@
 namespace ac::e2e {
 namespace {
 
-// The socket path in PULSE_SERVER ("unix:/path"), which scripts/with-pulse.sh
-// also passes to its daemon on the command line.
-std::optional<std::string> serverSocket() {
-  const char* server = std::getenv("PULSE_SERVER");
-  if (!server || std::string(server).rfind("unix:", 0) != 0) return std::nullopt;
-  return std::string(server + 5);
+// The private server's directory and control script, which
+// scripts/with-pulse.sh exports when it started the server itself.
+std::optional<std::string> serverVariable(const char* name) {
+  const char* value = std::getenv(name);
+  return value && *value ? std::optional<std::string>(value) : std::nullopt;
 }
 
-// The pulseaudio process whose command line names `socket`.
-std::optional<pid_t> daemonServing(const std::string& socket) {
-  DIR* proc = ::opendir("/proc");
-  if (!proc) return std::nullopt;
-  std::optional<pid_t> found;
-  while (dirent* entry = ::readdir(proc)) {
-    const std::string name = entry->d_name;
-    if (name.find_first_not_of("0123456789") != std::string::npos) continue;
-    const std::string cmdline = test::Scratch::contents("/proc/" + name + "/cmdline");
-    if (cmdline.rfind("pulseaudio", 0) == 0 && cmdline.find("socket=" + socket) != std::string::npos) {
-      found = static_cast<pid_t>(std::stol(name));
-      break;
-    }
+// The process that answers PulseAudio clients: the daemon itself, or
+// PipeWire's pulse server.
+std::optional<pid_t> pulseServerPid() {
+  std::optional<std::string> dir = serverVariable("AC_SOUND_SERVER_DIR");
+  if (!dir) return std::nullopt;
+  for (const char* name : {"/pulseaudio.pid", "/pipewire-pulse.pid"}) {
+    const std::string pid = test::Scratch::contents(*dir + name);
+    if (!pid.empty()) return static_cast<pid_t>(std::stol(pid));
   }
-  ::closedir(proc);
-  return found;
+  return std::nullopt;
 }
 
 }  // namespace
@@ -69,15 +61,17 @@ PinnedTone::PinnedTone(const test::Scratch& scratch, const std::string& sink, co
   player_ = play(scratch, sink + "-pinned-feed", pcm, sink + "-pinned.wav");
 }
 
-std::optional<std::string> FrozenServer::unavailable() {
-  std::optional<std::string> socket = serverSocket();
-  if (!socket) return "PULSE_SERVER names no unix socket of a private server";
-  if (!daemonServing(*socket)) return "no pulseaudio process of ours serves " + *socket;
+std::optional<std::string> privateServerUncontrolled() {
+  if (!serverVariable("AC_SOUND_SERVER_CTL") || !pulseServerPid())
+    return "the sound server is not one scripts/with-pulse.sh started (no AC_SOUND_SERVER_DIR)";
   return std::nullopt;
 }
 
-FrozenServer::FrozenServer() {
-  if (std::optional<std::string> socket = serverSocket()) pid_ = daemonServing(*socket);
+bool restartServer(const test::Scratch& scratch, bool start) {
+  return runTool(scratch, *serverVariable("AC_SOUND_SERVER_CTL"), {start ? "--start" : "--stop"}).status == 0;
+}
+
+FrozenServer::FrozenServer() : pid_(pulseServerPid()) {
   if (pid_) ::kill(*pid_, SIGSTOP);
 }
 

@@ -1,6 +1,6 @@
-// What the recovery tests do to the private PulseAudio server of
-// scripts/with-pulse.sh beyond playing into it: move its defaults, and
-// freeze it for a moment to hold a recorder inside a call to it.
+// What the recovery tests do to the private sound server of
+// scripts/with-pulse.sh beyond playing into it: move its defaults, freeze it
+// for a moment to hold a recorder inside a call to it, and restart it.
 #pragma once
 
 #include <sys/types.h>
@@ -44,14 +44,18 @@ class PinnedTone {
   std::unique_ptr<test::RunningExe> player_;
 };
 
-// The daemon behind PULSE_SERVER, stopped (SIGSTOP) for the object's
+// Why the server cannot be frozen or restarted (not one with-pulse.sh
+// started); nothing when it can.
+std::optional<std::string> privateServerUncontrolled();
+// Kills the server (start false), or brings it back with the same socket,
+// devices and defaults, returning once they answer (start true).
+bool restartServer(const test::Scratch& scratch, bool start);
+
+// The process serving PULSE_SERVER, stopped (SIGSTOP) for the object's
 // lifetime: every client call to it waits until it resumes. Keep it short:
 // clients give up on the server after 5 s.
 class FrozenServer {
  public:
-  // Why the daemon cannot be frozen (not a private unix socket of ours, or
-  // no process serves it); nothing when it can.
-  static std::optional<std::string> unavailable();
   FrozenServer();
   ~FrozenServer();
   void thaw();

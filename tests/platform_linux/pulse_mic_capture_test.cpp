@@ -98,7 +98,7 @@ TEST_F(PulseMicCaptureTest, DevicesAreTheInputSourcesAndTheDefaultIsTheServers) 
   EXPECT_EQ(mic.authorizationStatus(), MicAuthorization::authorized);
 }
 
-TEST_F(PulseMicCaptureTest, SessionDeliversFloatMono48kBuffersOnTheQueueWithSteadyTimes) {
+TEST_F(PulseMicCaptureTest, SessionDeliversTheSourcesChannelsAt48kOnTheQueueWithSteadyTimes) {
   std::string out = uniqueName("out"), m = uniqueName("mic");
   addSink(out, "C1-Out");
   addMicOn(out, m, "C1-Mic");
@@ -117,7 +117,8 @@ TEST_F(PulseMicCaptureTest, SessionDeliversFloatMono48kBuffersOnTheQueueWithStea
 
   std::lock_guard<std::mutex> g(sink.mutex);
   ASSERT_GT(sink.buffers.size(), 5u);
-  const AudioFormatDescription expected{floatPCMFormat(48000, 1), 0, 0};
+  // Mono asked, the source's two channels delivered: the core mixes down.
+  const AudioFormatDescription expected{floatPCMFormat(48000, 2), 0, 0};
   double worstStep = 0;
   for (size_t i = 0; i < sink.buffers.size(); ++i) {
     const SampleBuffer& b = sink.buffers[i];
@@ -126,8 +127,8 @@ TEST_F(PulseMicCaptureTest, SessionDeliversFloatMono48kBuffersOnTheQueueWithStea
     EXPECT_EQ(b.timing[0].duration, MediaTime::make(1, 48000));
     EXPECT_EQ(b.timing[0].presentationTime.timescale, 1'000'000'000);
     ASSERT_EQ(b.buffers.size(), 1u);
-    EXPECT_EQ(b.bufferChannels, std::vector<uint32_t>{1});
-    EXPECT_EQ(b.numSamples, int64_t(b.buffers[0].size() / 4));
+    EXPECT_EQ(b.bufferChannels, std::vector<uint32_t>{2});
+    EXPECT_EQ(b.numSamples, int64_t(b.buffers[0].size() / 8));
     if (i == 0) continue;
     const SampleBuffer& p = sink.buffers[i - 1];
     double step = double(b.presentationTime().value - p.presentationTime().value);
@@ -185,7 +186,7 @@ TEST_F(PulseMicCaptureTest, MicAndSystemTapStampTheSameSoundAtTheSameHostTime) {
   std::optional<int64_t> micOnset;
   std::lock_guard<std::mutex> g(sink.mutex);
   for (const auto& b : sink.buffers) {
-    micOnset = onsetOf(reinterpret_cast<const float*>(b.buffers[0].data()), size_t(b.numSamples), 1,
+    micOnset = onsetOf(reinterpret_cast<const float*>(b.buffers[0].data()), size_t(b.numSamples), b.bufferChannels[0],
                        b.presentationTime().value, 48000);
     if (micOnset) break;
   }
