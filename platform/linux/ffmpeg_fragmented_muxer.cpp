@@ -79,6 +79,8 @@ int FragmentedMuxer::addStream(const AVCodecContext* encoder, const std::string&
   stream->time_base = encoder->time_base;
   av_dict_set(&stream->metadata, "handler_name", name.c_str(), 0);
   progress_.resize(stream->index + 1);
+  progress_.back().primingSamples = encoder->initial_padding;
+  progress_.back().rate = encoder->sample_rate;
   tracks_.push_back(HeaderTrack{name, 0});
   return stream->index;
 }
@@ -117,9 +119,15 @@ int FragmentedMuxer::write(AVPacket* packet, int stream, AVRational timeBase) {
   std::lock_guard lock(mutex_);
   if (!open_) return AVERROR(EBADF);
   AVStream* st = ctx_->streams[stream];
+  Progress& p = progress_[stream];
+  // Each track's media starts at 0 with its priming: left negative, the
+  // muxer would shift every track by the first packet's lead, which at
+  // another rate moves the other tracks' samples off their frames.
+  const int64_t shift = av_rescale_q(p.primingSamples, AVRational{1, p.rate}, timeBase);
+  if (packet->pts != AV_NOPTS_VALUE) packet->pts += shift;
+  if (packet->dts != AV_NOPTS_VALUE) packet->dts += shift;
   av_packet_rescale_ts(packet, timeBase, st->time_base);
   packet->stream_index = stream;
-  Progress& p = progress_[stream];
   p.end = std::max(p.end, packet->pts + packet->duration);
   p.endSeconds = double(p.end) * av_q2d(st->time_base);
   int ret = av_write_frame(ctx_, packet);

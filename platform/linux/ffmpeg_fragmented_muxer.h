@@ -68,6 +68,8 @@ class FragmentedMuxer {
   void freeIO();
 
   struct Progress {
+    int64_t primingSamples = 0;  // at `rate`
+    int rate = 1;
     int64_t end = 0;  // in the stream's time base
     double endSeconds = 0;
     bool ended = false;
