@@ -12,6 +12,8 @@ packages=(
   libpulse-dev libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libdbus-1-dev liburiparser-dev
   # tests and demo: a private sound server, test audio, media probing
   pulseaudio pulseaudio-utils sox espeak-ng ffmpeg
+  # tests: the recording as other tools read it (GStreamer with an AAC decoder, mediainfo, a tagger)
+  gstreamer1.0-tools gstreamer1.0-plugins-good gstreamer1.0-plugins-base-apps gstreamer1.0-libav mediainfo atomicparsley
   # tests and demo: a headless desktop session with a notification service
   dunst xvfb xdotool libnotify-bin dbus dbus-bin dbus-x11 python3
   # plots of measurements; flock and process tools used by the scripts
