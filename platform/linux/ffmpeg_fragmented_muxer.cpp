@@ -100,6 +100,7 @@ int FragmentedMuxer::writeHeader(double startSeconds) {
   avio_flush(ctx_->pb);
   if ((ret = ioError()) < 0) return ret;
   holdingHeader_ = false;
+  startSeconds_ = startSeconds;
   for (unsigned k = 0; k < ctx_->nb_streams; ++k) {
     tracks_[k].primingSamples = std::llround(startSeconds * ctx_->streams[k]->codecpar->sample_rate);
   }
@@ -129,7 +130,8 @@ int FragmentedMuxer::write(AVPacket* packet, int stream, AVRational timeBase) {
   av_packet_rescale_ts(packet, timeBase, st->time_base);
   packet->stream_index = stream;
   p.end = std::max(p.end, packet->pts + packet->duration);
-  p.endSeconds = double(p.end) * av_q2d(st->time_base);
+  // Fragments are cut by the recording's time, which starts after priming.
+  p.endSeconds = double(p.end) * av_q2d(st->time_base) - startSeconds_;
   int ret = av_write_frame(ctx_, packet);
   if (ret < 0) return ret;
   return cutFragment();

@@ -85,6 +85,7 @@ class FragmentedMuxer {
   std::vector<HeaderTrack> tracks_;
   bool open_ = false;
   double fragmentSeconds_ = 0;
+  double startSeconds_ = 0;  // of media before the first presented sample
   double nextFragmentAt_ = 0;
   std::vector<Progress> progress_;
 };

@@ -39,19 +39,24 @@ std::string be(uint64_t v, int bytes) {
   return out;
 }
 
+bool fail(std::string& why, const char* what) {
+  why = what;
+  return false;
+}
+
 bool parse(std::string_view bytes, int depth, std::vector<Box>& out, std::string& why) {
-  if (depth > kMaxDepth) return why = "boxes nested deeper than a movie header", false;
+  if (depth > kMaxDepth) return fail(why, "boxes nested deeper than a movie header");
   size_t at = 0;
   while (at < bytes.size()) {
-    if (bytes.size() - at < 8) return why = "a box header is cut short", false;
+    if (bytes.size() - at < 8) return fail(why, "a box header is cut short");
     uint64_t size = readBE(bytes, at, 4);
     size_t head = 8;
     if (size == 1) {
-      if (bytes.size() - at < 16) return why = "a box header is cut short", false;
+      if (bytes.size() - at < 16) return fail(why, "a box header is cut short");
       size = readBE(bytes, at + 8, 8);
       head = 16;
     }
-    if (size < head || size > bytes.size() - at) return why = "a box overruns its parent", false;
+    if (size < head || size > bytes.size() - at) return fail(why, "a box overruns its parent");
     Box box;
     box.type = std::string(bytes.substr(at + 4, 4));
     box.container = isContainer(box.type);
