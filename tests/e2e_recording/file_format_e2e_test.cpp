@@ -62,15 +62,13 @@ std::string find(const std::string& text, const std::string& pattern) {
   return std::regex_search(text, m, std::regex(pattern)) ? m[1].str() : "";
 }
 
-double number(const std::string& text) { return text.empty() ? NAN : std::stod(text); }
-
-// The length each tool reports, in seconds.
+// The length each tool reports, in seconds (NaN when it reports none).
 std::map<std::string, double> reportedSeconds(const Readings& r) {
-  std::smatch gst;
-  std::regex_search(r.discoverer, gst, std::regex(R"(\n  Duration: (\d+):(\d+):([\d.]+))"));
-  return {{"ffprobe", number(find(r.ffprobe, R"(format\.duration="([\d.]+))"))},
-          {"mediainfo", number(find(r.mediainfo, R"(^(\d+)\|)")) / 1000},
-          {"gst-discoverer", gst.empty() ? NAN : number(gst[1]) * 3600 + number(gst[2]) * 60 + number(gst[3])}};
+  auto seconds = [](const std::string& text, double unit) { return text.empty() ? NAN : std::stod(text) * unit; };
+  const std::string gst = find(r.discoverer, R"(\n  Duration: 0:(\d+:[\d.]+))");
+  return {{"ffprobe", seconds(find(r.ffprobe, R"(format\.duration="([\d.]+))"), 1)},
+          {"mediainfo", seconds(find(r.mediainfo, R"(^(\d+)\|)"), 0.001)},
+          {"gst-discoverer", gst.empty() ? NAN : seconds(gst.substr(0, 2), 60) + seconds(gst.substr(3), 1)}};
 }
 
 double longest(const std::vector<Pcm>& tracks) {
