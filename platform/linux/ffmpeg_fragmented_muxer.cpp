@@ -61,7 +61,7 @@ FragmentedMuxer::~FragmentedMuxer() {
   avformat_free_context(ctx_);
 }
 
-int FragmentedMuxer::writeBytes(void* opaque, uint8_t* data, int size) {
+int FragmentedMuxer::writeBytes(void* opaque, WrittenBytes data, int size) {
   auto* self = static_cast<FragmentedMuxer*>(opaque);
   if (self->holdingHeader_) {
     self->header_.append(reinterpret_cast<const char*>(data), size_t(size));

@@ -63,7 +63,13 @@ class FragmentedMuxer {
   bool fragmentDue(double& lagging, double& leading) const;
   int cutFragment();
   int ioError() const;
-  static int writeBytes(void* opaque, uint8_t* data, int size);
+  // libavformat 61 hands a writer its bytes as const.
+#if LIBAVFORMAT_VERSION_MAJOR >= 61
+  using WrittenBytes = const uint8_t*;
+#else
+  using WrittenBytes = uint8_t*;
+#endif
+  static int writeBytes(void* opaque, WrittenBytes data, int size);
   int writeDurations();
   void freeIO();
 
