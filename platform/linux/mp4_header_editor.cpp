@@ -137,6 +137,47 @@ std::string trackMeta(const HeaderTrack& track) {
 
 DurationField field(const Box& box, size_t payloadOffset, int bytes) { return {box.at + 8 + payloadOffset, bytes}; }
 
+// Enables `trak`, takes it out of any alternate group, and adds its edit
+// list and user data.
+bool editTrack(Box& trak, const HeaderTrack& track, std::string& why) {
+  Box* mdia = child(trak, "mdia");
+  Box* tkhd = child(trak, "tkhd");
+  const int tv = tkhd ? version(*tkhd, 36, 48) : -1;
+  if (tv < 0 || !mdia || !child(*mdia, "mdhd") || child(trak, "edts")) {
+    return fail(why, "a track without tkhd or mdhd, or with an edit list already");
+  }
+  if (track.primingSamples < 0 || track.primingSamples > std::numeric_limits<uint32_t>::max() / 2) {
+    return fail(why, "priming out of range");
+  }
+  // Every track plays: enabled and in movie, and in no alternate group
+  // (a group means "play one of these").
+  tkhd->payload[3] = char(uint8_t(tkhd->payload[3]) | 0x3);
+  tkhd->payload.replace(tv ? 46 : 34, 2, be(0, 2));
+  // One edit: the whole media from the first captured sample on, its
+  // length written at finish (zero until then: "to the end of the media").
+  const std::string elst = be(0, 4) + be(1, 4) + be(0, 4) + be(track.primingSamples, 4) + be(0x00010000, 4);
+  trak.children.insert(trak.children.begin() + 1, container("edts", {leaf("elst", elst)}));
+  Box* udta = child(trak, "udta");
+  if (!udta) udta = &trak.children.emplace_back(container("udta", {}));
+  udta->children.push_back(leaf("meta", trackMeta(track)));
+  return true;
+}
+
+// Where the serialized `trak`'s durations are.
+bool planTrack(Box& trak, const HeaderTrack& track, TrackDurationFields& t) {
+  Box& tkhd = *child(trak, "tkhd");
+  Box& mdhd = *child(*child(trak, "mdia"), "mdhd");
+  size_t at = 0;
+  int bytes = 0;
+  if (!timescaleAndDuration(mdhd, t.mediaTimescale, at, bytes)) return false;
+  const int tv = version(tkhd, 36, 48);
+  t.primingSamples = track.primingSamples;
+  t.mdhd = field(mdhd, at, bytes);
+  t.tkhd = field(tkhd, tv ? 28 : 20, tv ? 8 : 4);
+  t.elst = field(child(trak, "edts")->children.front(), 8, 4);
+  return true;
+}
+
 }  // namespace
 
 std::optional<EditedHeader> editHeader(std::string_view header, const std::vector<HeaderTrack>& tracks,
@@ -168,31 +209,7 @@ std::optional<EditedHeader> editHeader(std::string_view header, const std::vecto
     return std::nullopt;
   }
   for (size_t k = 0; k < traks.size(); ++k) {
-    Box& trak = *traks[k];
-    Box* mdia = child(trak, "mdia");
-    Box* mdhd = mdia ? child(*mdia, "mdhd") : nullptr;
-    Box* tkhd = child(trak, "tkhd");
-    const int tv = tkhd ? version(*tkhd, 36, 48) : -1;
-    if (tv < 0 || !mdhd || child(trak, "edts")) {
-      why = "a track without tkhd or mdhd, or with an edit list already";
-      return std::nullopt;
-    }
-    // Every track plays: enabled and in movie, and in no alternate group
-    // (a group means "play one of these").
-    tkhd->payload[3] = char(uint8_t(tkhd->payload[3]) | 0x3);
-    tkhd->payload.replace(tv ? 46 : 34, 2, be(0, 2));
-    const int64_t priming = tracks[k].primingSamples;
-    if (priming < 0 || priming > std::numeric_limits<uint32_t>::max() / 2) {
-      why = "priming out of range";
-      return std::nullopt;
-    }
-    // One edit: the whole media from the first captured sample on, its
-    // length written at finish (zero until then: "to the end of the media").
-    const std::string elst = be(0, 4) + be(1, 4) + be(0, 4) + be(priming, 4) + be(0x00010000, 4);
-    trak.children.insert(trak.children.begin() + 1, container("edts", {leaf("elst", elst)}));
-    Box* udta = child(trak, "udta");
-    if (!udta) udta = &trak.children.emplace_back(container("udta", {}));
-    udta->children.push_back(leaf("meta", trackMeta(tracks[k])));
+    if (!editTrack(*traks[k], tracks[k], why)) return std::nullopt;
   }
 
   EditedHeader edited;
@@ -208,18 +225,11 @@ std::optional<EditedHeader> editHeader(std::string_view header, const std::vecto
   plan.mvhd = field(*mvhd, at, bytes);
   plan.mehdOffset = mvex->children.front().at;
   for (size_t k = 0; k < traks.size(); ++k) {
-    Box& tkhd = *child(*traks[k], "tkhd");
-    Box& mdhd = *child(*child(*traks[k], "mdia"), "mdhd");
     TrackDurationFields t;
-    t.primingSamples = tracks[k].primingSamples;
-    const int tv = version(tkhd, 36, 48);
-    if (!timescaleAndDuration(mdhd, t.mediaTimescale, at, bytes)) {
-      why = "a tkhd or mdhd too short";
+    if (!planTrack(*traks[k], tracks[k], t)) {
+      why = "an mdhd too short";
       return std::nullopt;
     }
-    t.mdhd = field(mdhd, at, bytes);
-    t.tkhd = field(tkhd, tv ? 28 : 20, tv ? 8 : 4);
-    t.elst = field(child(*traks[k], "edts")->children.front(), 8, 4);
     plan.tracks.push_back(t);
   }
   return edited;
