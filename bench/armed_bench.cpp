@@ -101,13 +101,9 @@ std::optional<ArmedRun> armedLaunch(const Scratch& s, bench::TimedClicks& clicks
   ArmedRun run{(readyAt - go) * 1000, std::nullopt};
   std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
   if (tracks.empty()) return run;
-  // Every track presents its first captured sample after the longest
-  // encoder priming among them (1024 frames of AAC at the lowest rate):
-  // decoded time minus that is time since the first sample.
-  int lowestRate = tracks[0].rate;
-  for (const Pcm& t : tracks) lowestRate = std::min(lowestRate, t.rate);
+  // The file's edit list skips the encoder priming: decoded time is time
+  // since the first captured sample.
   std::vector<double> found = clickTimes(tracks[0]);
-  for (double& t : found) t -= 1024.0 / lowestRate;
   if (auto origin = bench::trackOrigin(found, clicks.playedAt(), 0.003, 5))
     run.firstSampleMs = (origin->monotonicSeconds - go) * 1000;
   return run;

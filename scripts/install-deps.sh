@@ -14,6 +14,8 @@ packages=(
   pulseaudio pulseaudio-utils sox espeak-ng ffmpeg
   # tests: the same suites against PipeWire's pulse server
   pipewire pipewire-pulse wireplumber pipewire-bin
+  # tests: the recording as other tools read it (GStreamer with an AAC decoder, mediainfo, a tagger)
+  gstreamer1.0-tools gstreamer1.0-plugins-good gstreamer1.0-plugins-base-apps gstreamer1.0-libav mediainfo atomicparsley
   # tests and demo: a headless desktop session with a notification service
   dunst xvfb xdotool libnotify-bin dbus dbus-bin dbus-x11 python3
   # plots of measurements; flock and process tools used by the scripts

@@ -34,9 +34,8 @@ class AacEncoder {
 
   const AVCodecContext* context() const { return ctx_; }
   int frameSize() const { return ctx_->frame_size; }
-  // How long the encoder's priming delays the track: without an edit list
-  // (a fragmented file is written before its start is known) players
-  // present these samples too.
+  // How long the encoder's priming delays the track; known once the encoder
+  // is open, so the file's edit list can skip it from the start.
   double primingSeconds() const { return double(ctx_->initial_padding) / ctx_->sample_rate; }
 
   // Encodes one frame (pts in samples) and sinks every packet it completes.

@@ -52,6 +52,15 @@ struct WriterState {
   }
 };
 
+// The name players show for track `index` of `count`. The recorder adds the
+// system track first and the microphone second, and encodes the microphone
+// alone as 64 kb/s mono; the seam carries no track roles, so the names
+// follow from that.
+std::string trackName(size_t index, size_t count, const AudioOutputSettings& s) {
+  const bool microphone = count > 1 ? index > 0 : (s.channels == 1 && s.bitRate == 64000);
+  return microphone ? "Microphone" : "System audio";
+}
+
 class FFmpegWriterInput final : public WriterInput {
  public:
   FFmpegWriterInput(std::shared_ptr<WriterState> state, AudioOutputSettings settings, std::unique_ptr<WriterTrack> track)
@@ -123,24 +132,29 @@ class FFmpegAssetWriter final : public AssetWriter {
   void addInput(const std::shared_ptr<WriterInput>& input) override {
     if (!canAddInput(input)) return;
     auto ours = std::static_pointer_cast<FFmpegWriterInput>(input);
-    const int stream = state_->muxer->addStream(ours->track().encoder().context());
-    if (stream < 0) return state_->failOn(stream, "add track");
     ours->added = true;
     inputs_.push_back(std::move(ours));
-    streams_.push_back(stream);
   }
 
   bool startWriting() override {
     if (state_->status.load() != WriterStatus::unknown) return false;
     // Every track presents its first sample as late as the most-priming
-    // encoder does, so tracks at different rates stay aligned.
+    // encoder does, so tracks at different rates stay aligned, and the
+    // header's edit lists start every track there.
     auto priming = [](FFmpegWriterInput& i) { return i.track().encoder().primingSeconds(); };
     double maxPriming = 0;
     for (auto& i : inputs_) maxPriming = std::max(maxPriming, priming(*i));
     for (size_t k = 0; k < inputs_.size(); ++k) {
-      inputs_[k]->track().attach(*state_->muxer, streams_[k], maxPriming - priming(*inputs_[k]));
+      WriterTrack& track = inputs_[k]->track();
+      const int stream =
+          state_->muxer->addStream(track.encoder().context(), trackName(k, inputs_.size(), inputs_[k]->settings()));
+      if (stream < 0) {
+        state_->failOn(stream, "add track");
+        return false;
+      }
+      track.attach(*state_->muxer, stream, maxPriming - priming(*inputs_[k]));
     }
-    const int ret = state_->muxer->writeHeader();
+    const int ret = state_->muxer->writeHeader(maxPriming);
     if (ret < 0) {
       state_->failOn(ret, "write header");
       return false;
@@ -184,7 +198,6 @@ class FFmpegAssetWriter final : public AssetWriter {
  private:
   std::shared_ptr<WriterState> state_;
   std::vector<std::shared_ptr<FFmpegWriterInput>> inputs_;
-  std::vector<int> streams_;
 };
 
 class FFmpegWriterFactory final : public WriterFactory {

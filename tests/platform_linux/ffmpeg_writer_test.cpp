@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <sstream>
-#include <thread>
 
 #include "platform/linux/backends.h"
 #include "platform/linux/ffmpeg_pcm_format.h"
@@ -89,19 +87,6 @@ double frequency(const std::vector<float>& pcm, int rate, double from, double to
   return crossings / (to - from);
 }
 
-int countTopLevelBoxes(const std::string& path, const char* type) {
-  const std::string data = test::ScratchDir::contents(path);
-  int count = 0;
-  for (size_t at = 0; at + 8 <= data.size();) {
-    const auto* p = reinterpret_cast<const uint8_t*>(data.data() + at);
-    const uint32_t size = uint32_t(p[0]) << 24 | p[1] << 16 | p[2] << 8 | p[3];
-    count += data.compare(at + 4, 4, type) == 0;
-    if (size < 8) break;
-    at += size;
-  }
-  return count;
-}
-
 class FFmpegWriterTest : public ::testing::Test {
  protected:
   std::unique_ptr<AssetWriter> open(const std::string& name, double fragmentSeconds = 5) {
@@ -110,8 +95,8 @@ class FFmpegWriterTest : public ::testing::Test {
     EXPECT_TRUE(w) << error.description;
     return w;
   }
-  std::shared_ptr<WriterInput> add(AssetWriter& w, double rate, int channels, int bitRate = 64000) {
-    auto in = w.makeInput({kAudioFormatMPEG4AAC, rate, channels, bitRate});
+  std::shared_ptr<WriterInput> add(AssetWriter& w, double rate, int channels) {
+    auto in = w.makeInput({kAudioFormatMPEG4AAC, rate, channels, 64000});
     EXPECT_TRUE(w.canAddInput(in));
     w.addInput(in);
     return in;
@@ -131,66 +116,15 @@ class FFmpegWriterTest : public ::testing::Test {
   std::unique_ptr<WriterFactory> factory_ = makeFFmpegWriterFactory();
 };
 
-TEST_F(FFmpegWriterTest, TracksKeepTheirOrderFormatAndDuration) {
-  struct Track {
-    Source source;
-    double encodeRate;
-    int encodeChannels;
-  };
-  const Track tracks[] = {
-      {{44100, 2, 440}, 44100, 2},
-      {{48000, 1, 1000, kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked | kAudioFormatFlagIsNonInterleaved}, 48000, 1},
-      {{16000, 2, 300, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked, 16}, 16000, 2},
-      {{22050, 2, 700, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsNonInterleaved, 16}, 22050, 1},
-      {{96000, 6, 2000}, 48000, 2},
-  };
-  auto w = open("tracks.m4a", 0.5);
-  std::vector<std::shared_ptr<WriterInput>> inputs;
-  for (const Track& t : tracks) inputs.push_back(add(*w, t.encodeRate, t.encodeChannels));
-  start(*w);
-  std::vector<std::thread> queues;  // each track appends from its own thread, as the recorder's queues do
-  for (size_t i = 0; i < inputs.size(); ++i) {
-    queues.emplace_back([&, i] {
-      int64_t frame = 0;
-      feed(*inputs[i], tracks[i].source, 0, 2.0, frame);
-    });
-  }
-  for (auto& q : queues) q.join();
-  finish(*w);
-  ASSERT_EQ(w->status(), WriterStatus::completed);
-
-  // Every track presents its first sample after the longest encoder priming.
-  double priming = 0;
-  for (const Track& t : tracks) priming = std::max(priming, 1024 / t.encodeRate);
-  std::istringstream probe(commandOutput(
-      "ffprobe -v error -show_entries stream=codec_name,sample_rate,channels,duration -of csv=p=0 '" +
-      path("tracks.m4a") + "'"));
-  for (const Track& t : tracks) {
-    std::string codec, rate, channels, duration;
-    std::getline(probe, codec, ',');
-    std::getline(probe, rate, ',');
-    std::getline(probe, channels, ',');
-    std::getline(probe, duration);
-    EXPECT_EQ(codec, "aac");
-    EXPECT_EQ(std::stod(rate), t.encodeRate);
-    EXPECT_EQ(std::stoi(channels), t.encodeChannels);
-    EXPECT_NEAR(std::stod(duration), 2.0 + priming, 1024 / t.encodeRate) << rate;
-  }
-  for (size_t i = 0; i < std::size(tracks); ++i) {
-    const int rate = int(tracks[i].encodeRate);
-    EXPECT_NEAR(frequency(decode(path("tracks.m4a"), int(i)), rate, 0.5, 1.5), tracks[i].source.hz, 3) << i;
-  }
-  EXPECT_GE(countTopLevelBoxes(path("tracks.m4a"), "moof"), 4);
-}
-
 TEST_F(FFmpegWriterTest, GapsBecomeSilenceOverlapsAreTrimmedAndFormatsMayChange) {
   const Source s{48000, 1, 1000};
   auto w = open("timeline.m4a");
   auto gap = add(*w, 48000, 1), overlap = add(*w, 48000, 1), change = add(*w, 48000, 1);
   start(*w);
-  int64_t first = 0, second = 0;
+  int64_t first = 0, second = 0, third = 0;
   feed(*change, {44100, 2, 440}, 0, 1.0, first);
   feed(*change, {48000, 1, 1000, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked, 16}, 1.0, 1.0, second);
+  feed(*change, {96000, 6, 300, kAudioFormatFlagIsFloat | kAudioFormatFlagIsNonInterleaved}, 2.0, 1.0, third);
   int64_t frame = 0;
   feed(*gap, s, 0, 1.0, frame);
   feed(*gap, s, 1.0, 1.0, frame);  // presents 1.0 s after the audio it follows: 1 s of silence
@@ -201,7 +135,7 @@ TEST_F(FFmpegWriterTest, GapsBecomeSilenceOverlapsAreTrimmedAndFormatsMayChange)
   finish(*w);
   ASSERT_EQ(w->status(), WriterStatus::completed);
 
-  const double aacFrame = 1024 / 48000.0;  // also the encoder's priming
+  const double aacFrame = 1024 / 48000.0;  // tracks decode to whole frames
   const auto gapPcm = decode(path("timeline.m4a"), 0);
   EXPECT_NEAR(gapPcm.size() / 48000.0, 3.0 + aacFrame, aacFrame);
   EXPECT_GT(rms(gapPcm, 48000, 0.2, 0.9), 0.3);
@@ -209,9 +143,10 @@ TEST_F(FFmpegWriterTest, GapsBecomeSilenceOverlapsAreTrimmedAndFormatsMayChange)
   EXPECT_GT(rms(gapPcm, 48000, 2.1, 2.9), 0.3);
   EXPECT_NEAR(decode(path("timeline.m4a"), 1).size() / 48000.0, 1.5 + aacFrame, aacFrame);
   const auto changePcm = decode(path("timeline.m4a"), 2);
-  EXPECT_NEAR(changePcm.size() / 48000.0, 2.0 + aacFrame, aacFrame);
+  EXPECT_NEAR(changePcm.size() / 48000.0, 3.0 + aacFrame, aacFrame);
   EXPECT_NEAR(frequency(changePcm, 48000, 0.2, 0.9), 440, 3);
   EXPECT_NEAR(frequency(changePcm, 48000, 1.1, 1.9), 1000, 3);
+  EXPECT_NEAR(frequency(changePcm, 48000, 2.1, 2.9), 300, 3);  // six planar channels mixed down
 }
 
 TEST_F(FFmpegWriterTest, TracksAtDifferentRatesPresentTogether) {
@@ -237,28 +172,8 @@ TEST_F(FFmpegWriterTest, TracksAtDifferentRatesPresentTogether) {
     const auto loud = std::find_if(pcm.begin(), pcm.end(), [](float x) { return std::fabs(x) > 0.1f; });
     onset[k] = double(loud - pcm.begin()) / rates[k];
   }
-  EXPECT_NEAR(onset[0], 1.0 + 1024.0 / 44100, 0.001);
+  EXPECT_NEAR(onset[0], 1.0, 0.001);
   EXPECT_NEAR(onset[0], onset[1], 0.0002);
-}
-
-TEST_F(FFmpegWriterTest, EncoderAcceptanceDecidesWhichSettingsApply) {
-  struct Case {
-    AudioOutputSettings settings;
-    bool accepted;
-  };
-  // Refusals are rates off the encoder's list and channel counts it has no
-  // layout for; bit rates beyond reach are clamped, not refused.
-  const Case cases[] = {
-      {{kAudioFormatMPEG4AAC, 48000, 2, 128000}, true},  {{kAudioFormatMPEG4AAC, 44100, 1, 64000}, true},
-      {{kAudioFormatMPEG4AAC, 8000, 2, 128000}, true},   {{kAudioFormatMPEG4AAC, 50000, 2, 128000}, false},
-      {{kAudioFormatMPEG4AAC, 7000, 1, 64000}, false},   {{kAudioFormatMPEG4AAC, 44000, 2, 128000}, false},
-      {{kAudioFormatMPEG4AAC, 48000, 9, 128000}, false}, {{kAudioFormatMPEG4AAC, 48000, 0, 128000}, false},
-      {{kAudioFormatLinearPCM, 48000, 2, 128000}, false},
-  };
-  auto w = open("settings.m4a");
-  for (const Case& c : cases) {
-    EXPECT_EQ(w->canApplyOutputSettings(c.settings), c.accepted) << c.settings.sampleRate << "/" << c.settings.channels;
-  }
 }
 
 TEST_F(FFmpegWriterTest, WriteAndCreateFailuresCarryTheirErrno) {
@@ -298,16 +213,6 @@ TEST_F(FFmpegWriterTest, AFailedFragmentWriteFailsTheAppendWithItsErrno) {
   finish(*w);
   EXPECT_EQ(w->status(), WriterStatus::failed);
   EXPECT_EQ(w->error(), (Error{kPOSIXErrorDomain, EFBIG, "File too large"}));
-}
-
-TEST_F(FFmpegWriterTest, CancelledWriterRefusesAppends) {
-  auto w = open("cancelled.m4a");
-  auto in = add(*w, 48000, 1);
-  start(*w);
-  w->cancelWriting();
-  EXPECT_EQ(w->status(), WriterStatus::cancelled);
-  EXPECT_FALSE(in->isReadyForMoreMediaData());
-  EXPECT_FALSE(in->append(sine({48000, 1, 1000}, 0, 480, 0)));
 }
 
 TEST(TrackTimeline, PlacesBuffersByPresentationTime) {
