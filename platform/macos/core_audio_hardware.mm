@@ -3,6 +3,8 @@
 // core_audio_listeners.mm.
 #include "platform/macos/core_audio_hardware.h"
 
+// The tap calls are declared apart from CoreAudio.h and CATapDescription.h.
+#import <CoreAudio/AudioHardwareTapping.h>
 #import <CoreAudio/CATapDescription.h>
 #import <Foundation/Foundation.h>
 #include <mach/mach_time.h>
