@@ -93,7 +93,7 @@ void AVFAudioDataOutput::setSampleBufferHandler(SampleBufferHandler handler, ::a
   // Called from that very delivery (a handler replacing itself or dropping
   // the last reference to this output), the framework is still inside the
   // previous relay and this output: both outlive it.
-  drainQueue(queue_, @[ output_, previous ?: [NSNull null] ]);
+  drainQueue(queue_, [NSArray arrayWithObjects:output_, previous, nil]);
 }
 
 namespace {
