@@ -16,7 +16,7 @@
 #
 # Needs clang 16 or later (clang 14 cannot parse Xcode 15's libc++) and, for
 # the link, ld64.lld. The headers of ICU, uriparser, nlohmann-json and
-# GoogleTest come from the host, searched after the SDK's own directories.
+# GoogleTest come from the host (HOST_INCLUDE, ICU_INCLUDE; /usr/include).
 # Exit status: 0 when every coverable file compiled (and linked), 1 when one
 # did not, 2 on bad usage. JOBS (default 2) compilers run at once.
 set -euo pipefail
@@ -32,6 +32,7 @@ CLANG=${CLANG:-$(command -v clang++-16 || command -v clang++ || true)}
 LD64=${LD64:-$(command -v ld64.lld-16 || command -v ld64.lld || true)}
 [ -n "$CLANG" ] || { echo "check-macos: clang++ 16 not found (set CLANG)" >&2; exit 2; }
 HOST_INCLUDE=${HOST_INCLUDE:-/usr/include}
+ICU_INCLUDE=${ICU_INCLUDE:-$HOST_INCLUDE}  # Homebrew: $(brew --prefix icu4c)/include
 JOBS=${JOBS:-2}
 TARGET=arm64-apple-macos14.2
 
@@ -44,7 +45,7 @@ trap 'rm -rf "$work"' EXIT
 # of links to them. ICU is searched before the SDK, as Homebrew's icu4c is on
 # the Mac (the SDK's own unicode/ headers hide ICU's C++ API); the rest after.
 mkdir "$work/icu" "$work/host"
-[ -d "$HOST_INCLUDE/unicode" ] && ln -s "$HOST_INCLUDE/unicode" "$work/icu/unicode"
+[ -d "$ICU_INCLUDE/unicode" ] && ln -s "$ICU_INCLUDE/unicode" "$work/icu/unicode"
 for dir in nlohmann uriparser gtest gmock; do
   [ -d "$HOST_INCLUDE/$dir" ] && ln -s "$HOST_INCLUDE/$dir" "$work/host/$dir"
 done
