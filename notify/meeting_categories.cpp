@@ -3,9 +3,11 @@
 #include <uuid/uuid.h>
 
 #include <algorithm>
-#include <charconv>
+#include <cerrno>
 #include <cmath>
+#include <cstdlib>
 #include <set>
+#include <string>
 
 #include "notify/click_payload.h"
 #include "notify/meeting_banner.h"
@@ -14,6 +16,34 @@ namespace ac::notify::MeetingBanner {
 namespace {
 
 constexpr double maxCategoryStamp = 9999999999.0;
+
+bool isDigits(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// A stamp reads as a number of the form -?digits([eE][+-]?digits)?. The shape
+// is checked first so that strtod reads nothing it alone would accept (blanks,
+// "+", hexadecimal, "inf", "nan") and no decimal point, the one thing its
+// locale changes. (Floating-point std::from_chars is missing from Apple's libc++.)
+std::optional<double> readStamp(std::string_view text) {
+  std::string_view mantissa = text.starts_with('-') ? text.substr(1) : text;
+  if (auto e = mantissa.find_first_of("eE"); e != std::string_view::npos) {
+    std::string_view exponent = mantissa.substr(e + 1);
+    if (exponent.starts_with('+') || exponent.starts_with('-')) exponent.remove_prefix(1);
+    if (!isDigits(exponent)) return std::nullopt;
+    mantissa = mantissa.substr(0, e);
+  }
+  if (!isDigits(mantissa)) return std::nullopt;
+  const std::string copy(text);
+  char* end = nullptr;
+  errno = 0;
+  double value = std::strtod(copy.c_str(), &end);
+  // Beyond the range of a double reads as no stamp (a subnormal one still
+  // reads): an infinite stamp would forge an age that is never pruned.
+  bool outOfRange = errno == ERANGE && (value == 0 || !std::isfinite(value));
+  if (outOfRange || end != copy.c_str() + copy.size()) return std::nullopt;
+  return value;
+}
 
 }  // namespace
 
@@ -31,14 +61,7 @@ bool isOurCategory(std::string_view identifier) { return identifier.starts_with(
 std::optional<double> categoryPostedAt(std::string_view identifier) {
   if (!isOurCategory(identifier)) return std::nullopt;
   std::string_view rest = identifier.substr(categoryPrefix.size());
-  std::string_view stamp = rest.substr(0, rest.find('.'));
-  double value = 0;
-  auto [end, ec] = std::from_chars(stamp.data(), stamp.data() + stamp.size(), value);
-  // An infinite stamp would forge an age that is never pruned.
-  if (stamp.empty() || ec != std::errc() || end != stamp.data() + stamp.size() || !std::isfinite(value)) {
-    return std::nullopt;
-  }
-  return value;
+  return readStamp(rest.substr(0, rest.find('.')));
 }
 
 std::vector<std::string> categoriesToKeep(const std::vector<std::string>& existing,

@@ -106,6 +106,12 @@ class AVFWriterFactory final : public WriterFactory {
   std::unique_ptr<AssetWriter> makeMPEG4Writer(const std::string& path, MediaTime fragmentInterval,
                                                Error& error) override {
     NSError* failure = nil;
+    // MPEG-4 rather than AVFileTypeAppleM4A for the .m4a path: the writer
+    // takes the type as given and never checks the extension; the two differ
+    // in the file's brand only, and movie fragments (which keep a crashed
+    // recording readable) are what AVFoundation documents for MPEG-4 and
+    // QuickTime files, not for M4A. Players find the audio by its tracks
+    // either way, and the Linux writer's muxer writes the same layout.
     AVAssetWriter* writer = [AVAssetWriter assetWriterWithURL:[NSURL fileURLWithPath:toNSString(path)]
                                                      fileType:AVFileTypeMPEG4
                                                         error:&failure];

@@ -64,7 +64,8 @@ class AVFAudioDataOutput final : public AudioDataOutput {
   void setAudioSettings(const CaptureAudioSettings& settings) override;
   CaptureAudioSettings audioSettings() const override;
   // Returns once no buffer can reach the previous handler any more, except
-  // those already queued on its queue.
+  // those already queued on its queue. Safe from a handler running on the
+  // output's own queue, the destructor too.
   void setSampleBufferHandler(SampleBufferHandler handler, ::ac::SerialQueue* queue) override;
   AVCaptureAudioDataOutput* output() const { return output_; }
 

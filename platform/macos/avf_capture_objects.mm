@@ -5,6 +5,7 @@
 #include "platform/macos/avf_sample_buffers.h"
 #include "platform/macos/avf_settings.h"
 #include "platform/macos/cf_convert.h"
+#include "platform/macos/owned_queue.h"
 #include "support/dispatch.h"
 #include "support/log.h"
 
@@ -69,7 +70,7 @@ AVCaptureDevice* deviceOf(const std::shared_ptr<CaptureDevice>& device) {
 
 AVFAudioDataOutput::AVFAudioDataOutput()
     : output_([[AVCaptureAudioDataOutput alloc] init]),
-      queue_(dispatch_queue_create("audio-capture.mic-output", DISPATCH_QUEUE_SERIAL)) {}
+      queue_(makeOwnedSerialQueue("audio-capture.mic-output")) {}
 
 AVFAudioDataOutput::~AVFAudioDataOutput() { setSampleBufferHandler(nullptr, nullptr); }
 
@@ -80,6 +81,7 @@ void AVFAudioDataOutput::setAudioSettings(const CaptureAudioSettings& settings) 
 CaptureAudioSettings AVFAudioDataOutput::audioSettings() const { return captureSettingsFrom(output_.audioSettings); }
 
 void AVFAudioDataOutput::setSampleBufferHandler(SampleBufferHandler handler, ::ac::SerialQueue* queue) {
+  ACSampleBufferRelay* previous = relay_;
   sink_.reset();
   relay_ = nil;
   if (handler) {
@@ -88,7 +90,10 @@ void AVFAudioDataOutput::setSampleBufferHandler(SampleBufferHandler handler, ::a
   }
   [output_ setSampleBufferDelegate:relay_ queue:relay_ ? queue_ : nil];
   // A buffer being forwarded right now reaches its queue before we return.
-  dispatch_sync(queue_, ^{});
+  // Called from that very delivery (a handler replacing itself or dropping
+  // the last reference to this output), the framework is still inside the
+  // previous relay and this output: both outlive it.
+  drainQueue(queue_, [NSArray arrayWithObjects:output_, previous, nil]);
 }
 
 namespace {

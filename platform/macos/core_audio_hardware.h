@@ -13,7 +13,8 @@
 // - Listeners: AudioObjectAddPropertyListenerBlock on one private serial
 //   queue, whose block forwards each change to the core's SerialQueue. The
 //   exact block added is kept for its removal. After a removal returns, no
-//   forwarded call runs: the private queue is drained and a cleared flag
+//   forwarded call runs: the private queue is drained (unless the removal or
+//   the destructor runs on it, where nothing else does) and a cleared flag
 //   stops calls already queued on the core's queue.
 //
 // Threads: every method may be called from any thread. mutex_ guards the

@@ -3,6 +3,8 @@
 // core_audio_listeners.mm.
 #include "platform/macos/core_audio_hardware.h"
 
+// The tap calls are declared apart from CoreAudio.h and CATapDescription.h.
+#import <CoreAudio/AudioHardwareTapping.h>
 #import <CoreAudio/CATapDescription.h>
 #import <Foundation/Foundation.h>
 #include <mach/mach_time.h>
@@ -11,6 +13,7 @@
 #include "platform/macos/cf_convert.h"
 #include "platform/macos/core_audio_properties.h"
 #include "platform/macos/core_audio_types.h"
+#include "platform/macos/owned_queue.h"
 
 namespace ac::platform::macos {
 namespace {
@@ -32,7 +35,7 @@ OSStatus readString(AudioObjectID object, PropertyRead read, std::optional<std::
 }  // namespace
 
 CoreAudioHardware::CoreAudioHardware()
-    : listenerQueue_(dispatch_queue_create("audio-capture.property-listeners", DISPATCH_QUEUE_SERIAL)) {}
+    : listenerQueue_(makeOwnedSerialQueue("audio-capture.property-listeners")) {}
 
 CoreAudioHardware::~CoreAudioHardware() {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -42,7 +45,7 @@ CoreAudioHardware::~CoreAudioHardware() {
     listener.forward->active = false;
   }
   listeners_.clear();
-  dispatch_sync(listenerQueue_, ^{});
+  drainQueue(listenerQueue_);
 }
 
 OSStatus CoreAudioHardware::defaultOutputDevice(AudioObjectID& out) {

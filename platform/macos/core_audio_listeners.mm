@@ -2,6 +2,7 @@
 // input devices of the system object, and a tap's format.
 #include "platform/macos/core_audio_hardware.h"
 #include "platform/macos/core_audio_properties.h"
+#include "platform/macos/owned_queue.h"
 #include "support/dispatch.h"
 
 namespace ac::platform::macos {
@@ -40,7 +41,7 @@ OSStatus CoreAudioHardware::removePropertyListener(AudioObjectID object, Listene
   it->second.forward->active = false;
   listeners_.erase(it);
   // A change being forwarded right now finishes before we return.
-  dispatch_sync(listenerQueue_, ^{});
+  drainQueue(listenerQueue_);
   return noErr;
 }
 

@@ -87,7 +87,7 @@ TEST(Errors, DomainsCodesAndDescriptionsPassThrough) {
   EXPECT_TRUE([NSPOSIXErrorDomain isEqualToString:@(p::kPOSIXErrorDomain)]);
   EXPECT_TRUE([NSCocoaErrorDomain isEqualToString:@(p::kCocoaErrorDomain)]);
   NSError* reset = [NSError errorWithDomain:AVFoundationErrorDomain
-                                       code:AVErrorMediaServicesWereReset
+                                       code:-11819  // AVErrorMediaServicesWereReset: named for iOS only, sent on macOS too
                                    userInfo:@{NSLocalizedDescriptionKey : @"Media services were reset."}];
   EXPECT_EQ(toError(reset), (ac::Error{"AVFoundationErrorDomain", -11819, "Media services were reset."}));
   EXPECT_FALSE(toOptionalError(nil).has_value());

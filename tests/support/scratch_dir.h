@@ -2,10 +2,12 @@
 // and the whole-file reads and writes the tests do in it.
 #pragma once
 
-#include <stdlib.h>
+#include <stdlib.h>  // mkdtemp, where glibc declares it
+#include <unistd.h>  // mkdtemp, where macOS declares it
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 
@@ -40,9 +42,7 @@ class ScratchDir {
   }
   static std::string contents(const std::string& file) {
     std::ifstream in(file, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
+    return {std::istreambuf_iterator<char>(in), {}};
   }
 
  private:
