@@ -2,6 +2,8 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <filesystem>
+#include <functional>
 
 #include <gtest/gtest.h>
 
@@ -83,15 +85,42 @@ TEST_F(ClickJournalFile, FailingWriteIsUnrecordedAndSaysWhy) {
   ::setrlimit(RLIMIT_FSIZE, &tiny);
   CaptureStderr();
   NotifyClickClaim claim = J::claimSettle(snapshot.front(), snapshot, IDs{"K"}, path);
-  bool recorded = J::record("B", longPath, IDs{"A", "K"}, 1001, std::nullopt, path);
   std::string err = GetCapturedStderr();
   ::setrlimit(RLIMIT_FSIZE, &old);
   std::signal(SIGXFSZ, previous);
-
   EXPECT_EQ(claim, NotifyClickClaim::unrecorded);
-  EXPECT_FALSE(recorded);
-  EXPECT_EQ(err.rfind("notify: journal write failed: File too large\n", 0), 0u) << err;
+  EXPECT_EQ(err, "notify: journal write failed: File too large\n");
   EXPECT_EQ(J::read(path), snapshot);
+}
+
+// Whatever sits at the journal's path, a read never blocks on it and a
+// post costs one line, never the process: the next write replaces it where
+// a rename can.
+TEST_F(ClickJournalFile, AJournalThatIsNoUsableFileReadsAsEmptyAndIsReplaced) {
+  const std::string unusable = "notify: journal " + path + " is not a regular file of at most 1 MiB — ";
+  struct Row {
+    const char* kind;
+    std::function<void()> plant;
+    bool recorded;
+    std::string recordLine;
+  };
+  const Row rows[] = {
+      {"directory", [&] { std::filesystem::create_directory(path); }, false, "notify: journal write failed: Is a directory\n"},
+      {"fifo", [&] { ::mkfifo(path.c_str(), 0600); }, true, unusable + "replaced it\n"},
+      {"over the cap", [&] { test::ScratchDir::write(path, std::string((1 << 20) + 1, ' ')); }, true, unusable + "replaced it\n"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.kind);
+    row.plant();
+    CaptureStderr();
+    EXPECT_TRUE(J::read(path).empty());
+    EXPECT_EQ(GetCapturedStderr(), unusable + "reading it as empty\n");
+    CaptureStderr();
+    EXPECT_EQ(J::record("N1", "/a.md", IDs{}, 5, std::nullopt, path), row.recorded);
+    EXPECT_EQ(GetCapturedStderr(), row.recordLine);
+    EXPECT_EQ(J::read(path).size(), row.recorded ? 1u : 0u);
+    std::filesystem::remove_all(path);
+  }
 }
 
 TEST_F(ClickJournalFile, ForgetPurgesAndRemovingNothingStillLands) {
