@@ -89,8 +89,10 @@ std::optional<nlohmann::json> parseBoundedJSON(std::string_view text, int maxDep
   // document recurses, so a deep one must never be built: values past the
   // limit are discarded as they are met and the whole document refused.
   bool tooDeep = false;
-  auto limit = [&](int depth, nlohmann::json::parse_event_t, nlohmann::json&) {
-    if (depth > maxDepth) tooDeep = true;
+  using Event = nlohmann::json::parse_event_t;
+  auto limit = [&](int depth, Event event, nlohmann::json&) {
+    // A container starts at the depth of its parent: the outermost at 0.
+    if ((event == Event::array_start || event == Event::object_start) && depth >= maxDepth) tooDeep = true;
     return !tooDeep;
   };
   nlohmann::json doc = nlohmann::json::parse(text, limit, /*allow_exceptions=*/false);
