@@ -22,12 +22,13 @@ constexpr const char* kCategoriesLock = ".linux-categories.lock";
 
 // A registry that is not a usable file reads as empty; the next write
 // replaces it.
-std::string readRegistry(const std::string& path) {
-  StateFileRead file = readStateFile(path);
+std::string registryText(const std::string& path, const StateFileRead& file) {
   if (file.status == StateFileRead::Status::unusable)
     writeStderr("notify: " + path + " is not a regular file of at most 1 MiB — reading it as empty\n");
   return file.data;
 }
+
+std::string readRegistry(const std::string& path) { return registryText(path, readStateFile(path)); }
 
 std::optional<json> parseVersioned(std::string_view text, const char* listKey) {
   auto doc = parseBoundedJSON(text);
@@ -174,10 +175,10 @@ bool NotificationRegistry::lockedRewrite(
   // The critical section is a small read and rename, so a bounded retry of
   // the non-blocking lock loses nothing that many posters racing at once
   // would otherwise drop; it never waits on a holder that is stuck.
+  const std::string path = directory_ + "/" + file;
   LockedRewrite result = rewriteLocked(
-      directory_ + "/" + lock, directory_ + "/" + file, 0600,
-      [&](const StateFileRead& current) { return change(current.usable() ? current.data : std::string()); },
-      registryLockPatienceSeconds);
+      directory_ + "/" + lock, path, 0600,
+      [&](const StateFileRead& current) { return change(registryText(path, current)); }, registryLockPatienceSeconds);
   return result.outcome == LockedRewrite::Outcome::written || result.outcome == LockedRewrite::Outcome::unchanged;
 }
 
