@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <optional>
+#include <tuple>
 
 #include "e2e_recovery/desktop_session.h"
 #include "e2e_recovery/recovery_fixture.h"
@@ -103,9 +104,7 @@ TEST_F(SafetyE2E, WhateverIsAtTheOutputIsRefusedAndLeftUntouched) {
         << r.log();
     struct stat after {};
     ASSERT_EQ(::lstat(path.c_str(), &after), 0);
-    EXPECT_EQ(after.st_ino, before.st_ino);
-    EXPECT_EQ(after.st_mode, before.st_mode);
-    EXPECT_EQ(after.st_size, before.st_size);
+    EXPECT_EQ(std::tie(after.st_ino, after.st_mode, after.st_size), std::tie(before.st_ino, before.st_mode, before.st_size));
     EXPECT_EQ(Scratch::contents(target), "earlier call");
     fs::remove(path);
   }

@@ -58,11 +58,6 @@ TEST(EntryBlackBox, ModePrecedence) {
   EXPECT_EQ(current.err.rfind("current-output lookup failed: ", 0), 0u) << current.err;
 #endif
   EXPECT_FALSE(s.exists("a.m4a"));
-
-  ExeResult bare = runExe(s, {}, kNoServer), psn = runExe(s, {"-psn_0_4242"}, kNoServer);
-  EXPECT_EQ(psn.status, bare.status);
-  EXPECT_EQ(psn.out + psn.errLines(), bare.out + bare.errLines());
-  EXPECT_FALSE(contains(psn.err, "--output is required")) << psn.err;
 }
 
 TEST(EntryBlackBox, NotifyAndWithdrawRefusalsExitZero) {
