@@ -37,8 +37,10 @@ void holdStopSignalsEarly(int, char**, char**) {
 
 }  // namespace
 
+#if defined(__ELF__)
 [[gnu::section(".preinit_array"), gnu::used]] void (*const holdStopSignalsAtLoad)(int, char**, char**) =
     holdStopSignalsEarly;
+#endif
 
 void ignoreBrokenPipes() {
   ::signal(SIGPIPE, SIG_IGN);
@@ -47,7 +49,13 @@ void ignoreBrokenPipes() {
 
 void releaseUnlessRecording(bool recording) {
   registerChildReset();
-  if (!recording) releaseStopSignals();
+  if (!recording) {
+    releaseStopSignals();
+    return;
+  }
+  // Already held where the loader ran the pre-initializer; elsewhere this is
+  // the earliest point, still before any thread of ours exists.
+  holdStopSignalsEarly(0, nullptr, nullptr);
 }
 
 bool stopSignalPending() {

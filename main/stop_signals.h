@@ -18,7 +18,8 @@ void ignoreBrokenPipes();
 // SIGTERM, SIGINT and SIGHUP are held from before the libraries initialize
 // (an ELF pre-initializer, the earliest code a program runs; a signal during
 // the dynamic loader's work before it still has the default action, but then
-// no file exists yet). A launch that is not a recording lets them go at once.
+// no file exists yet). Without ELF they are held from here. A launch that is
+// not a recording lets them go at once.
 void releaseUnlessRecording(bool recording);
 
 // True when one of the held signals has arrived and waits for delivery.
