@@ -7,10 +7,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <initializer_list>
 #include <thread>
 
 #include "cli/armed_gate.h"
 #include "main/recording_process.h"
+#include "main/stop_signals.h"
 #include "platform/platform.h"
 #include "support/log.h"
 #include "support/paths.h"
@@ -112,12 +114,12 @@ void runArmedSequence(RecordingProcess& p) {
   const std::string goPath = expandTilde(*p.args.goFIFOPath);
   const std::string pid = std::to_string(::getpid());
 
-  // A write to an owner that has gone must fail with EPIPE, not kill us.
-  ::signal(SIGPIPE, SIG_IGN);
+  // SIGHUP too: a closed terminal releases an armed launch like SIGTERM.
   p.s1 = std::make_unique<SignalSource>(SIGTERM, *p.q, [&p] { armedSignalHandler(p); });
   p.s2 = std::make_unique<SignalSource>(SIGINT, *p.q, [&p] { armedSignalHandler(p); });
-  ignoreDefaultDelivery(SIGTERM);
-  ignoreDefaultDelivery(SIGINT);
+  p.s3 = std::make_unique<SignalSource>(SIGHUP, *p.q, [&p] { armedSignalHandler(p); });
+  for (int s : {SIGTERM, SIGINT, SIGHUP}) ignoreDefaultDelivery(s);
+  releaseStopSignals();  // one held since launch now releases the armed launch
 
   int statusFD = openStatusPipe(p, statusPath);
   ArmedGate::setStatusFD(statusFD);

@@ -3,11 +3,13 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <initializer_list>
 #include <variant>
 
 #include "cli/capture_lock.h"
 #include "main/modes.h"
 #include "main/recording_process.h"
+#include "main/stop_signals.h"
 #include "notify/notify_modes.h"
 #include "platform/platform.h"
 #include "recorder/level_file.h"
@@ -65,22 +67,39 @@ void attachLevelFile(RecordingProcess& p) {
   }
 }
 
+// A failed set-up or start removes only the output this launch created.
 template <class F>
-void orExitOnCaptureFailure(F step) {
+void orExitOnCaptureFailure(RecordingProcess& p, F step) {
   try {
     step();
   } catch (const std::exception& e) {
     log(std::string("setup/start failed: ") + e.what());
+    p.recorder->discardUnstarted();
     exitProcess(1);
   }
 }
 
+// A stop signal held since launch is delivered here, to the handler that
+// finalizes the file. SIGHUP (the terminal closed) ends a call like SIGTERM.
 void installStopSignals(RecordingProcess& p) {
-  ignoreDefaultDelivery(SIGTERM);
-  ignoreDefaultDelivery(SIGINT);
-  if (p.s1) return;  // the armed sequence installed its own handler
-  p.s1 = std::make_unique<SignalSource>(SIGTERM, *p.q, p.finalizeHandler);
-  p.s2 = std::make_unique<SignalSource>(SIGINT, *p.q, p.finalizeHandler);
+  for (int s : {SIGTERM, SIGINT, SIGHUP}) ignoreDefaultDelivery(s);
+  if (!p.s1) {  // the armed sequence installed its own handlers
+    p.s1 = std::make_unique<SignalSource>(SIGTERM, *p.q, p.finalizeHandler);
+    p.s2 = std::make_unique<SignalSource>(SIGINT, *p.q, p.finalizeHandler);
+    p.s3 = std::make_unique<SignalSource>(SIGHUP, *p.q, p.finalizeHandler);
+  }
+  releaseStopSignals();
+}
+
+// A notice is best effort: nothing on the notify side may end the recording.
+void postNoticeBestEffort(const std::string& title, const std::string& body, const std::string& sound) {
+  try {
+    notify::postNotification(title, body, sound);
+  } catch (const std::exception& e) {
+    writeStderr(std::string("notify: notice not posted: ") + e.what() + "\n");
+  } catch (...) {
+    writeStderr("notify: notice not posted\n");
+  }
 }
 
 // Banner clicks during the recording reach the delegate through the main
@@ -122,9 +141,7 @@ void runRecordingMode(const std::vector<std::string>& argv) {
 
   p.recorder = std::make_unique<Recorder>(
       plat, p.outPath, args.includeSystem, args.includeMic, args.micUID,
-      [](const std::string& title, const std::string& body, const std::string& sound) {
-        notify::postNotification(title, body, sound);
-      });
+      postNoticeBestEffort);
   if (args.includeMic && args.levelPath) attachLevelFile(p);
 
   p.q = std::make_unique<SerialQueue>("audio-capture.signal");
@@ -133,11 +150,17 @@ void runRecordingMode(const std::vector<std::string>& argv) {
     p.recorder->stop([&p] { p.stopSem.signal(); });
   };
 
-  orExitOnCaptureFailure([&] { p.recorder->setup(); });
+  // Set-up is about to create the output: a stop asked for before then ends
+  // the launch with nothing created.
+  if (stopSignalPending()) {
+    log("signal received before set-up — exiting without recording");
+    exitProcess(0);
+  }
+  orExitOnCaptureFailure(p, [&] { p.recorder->setup(); });
   if (args.armed && args.goFIFOPath && args.statusFIFOPath)
     runArmedSequence(p);
   else
-    orExitOnCaptureFailure([&] { p.recorder->start(); });
+    orExitOnCaptureFailure(p, [&] { p.recorder->start(); });
 
   emit("pid=" + pidText());
   log("ready, pid=" + pidText());

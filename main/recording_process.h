@@ -25,7 +25,7 @@ struct RecordingProcess {
   std::unique_ptr<SerialQueue> q;  // "audio-capture.signal"
   Semaphore stopSem;               // signalled by the stop completion
   Block finalizeHandler;
-  std::unique_ptr<SignalSource> s1, s2;  // SIGTERM, SIGINT
+  std::unique_ptr<SignalSource> s1, s2, s3;  // SIGTERM, SIGINT, SIGHUP
 };
 
 RecordingProcess& recordingProcess();

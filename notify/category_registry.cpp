@@ -1,9 +1,5 @@
 #include "notify/category_registry.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <map>
 
@@ -13,6 +9,7 @@
 #include "notify/state_dir.h"
 #include "support/dispatch.h"
 #include "support/log.h"
+#include "support/state_file.h"
 
 namespace ac::notify {
 namespace {
@@ -48,15 +45,9 @@ bool rebuildCategories(platform::NotificationCenter& center, const std::string& 
 bool withNotifyCategoryLock(const std::function<void()>& body) {
   std::string dir = notifAuthStateDir();
   secureStateDir(dir);
-  int fd = ::open((dir + "/" + notifyCategoryLockFileName).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (fd < 0) return false;
-  if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    ::close(fd);
-    return false;
-  }
+  FileLock lock = tryLockFile(dir + "/" + notifyCategoryLockFileName, 0600);
+  if (lock.outcome != FileLock::Outcome::held) return false;
   body();
-  ::flock(fd, LOCK_UN);
-  ::close(fd);
   return true;
 }
 

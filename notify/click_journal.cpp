@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "notify/state_dir.h"
+#include "support/state_file.h"
 
 namespace ac::notify {
 
@@ -135,8 +136,9 @@ std::optional<std::string> encode(const NotifyClickJournalEntries& entries) {
 }
 
 std::optional<NotifyClickJournalEntries> decode(std::string_view data) {
-  nlohmann::json doc = nlohmann::json::parse(data, nullptr, /*allow_exceptions=*/false);
-  if (!doc.is_object()) return std::nullopt;
+  auto parsed = parseBoundedJSON(data);
+  if (!parsed || !parsed->is_object()) return std::nullopt;
+  const nlohmann::json& doc = *parsed;
   auto v = doc.find("v");
   if (v == doc.end() || !v->is_number_integer() || v->get<int64_t>() != version) return std::nullopt;
   auto list = doc.find("entries");

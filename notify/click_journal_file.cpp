@@ -1,19 +1,12 @@
 // The journal's locked file operations.
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
-#include <iterator>
-#include <sstream>
 
 #include "notify/click_journal.h"
 #include "notify/state_dir.h"
 #include "support/log.h"
 #include "support/paths.h"
+#include "support/state_file.h"
 
 namespace ac::notify::NotifyClickJournal {
 namespace {
@@ -24,69 +17,91 @@ std::string directoryOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+std::string lockPathFor(const std::string& path) {
+  std::string dir = directoryOf(path);
+  secureStateDir(dir);
+  return dir + "/" + lockFileName;
+}
+
+const char* const busyLine = "notify: journal lock busy — leaving it to the holder\n";
+
+void reportUnusable(const std::string& path, const std::string& consequence) {
+  writeStderr("notify: journal " + path + " is not a regular file of at most 1 MiB — " + consequence + "\n");
+}
+
+NotifyClickJournalEntries decodeRead(const StateFileRead& file) {
+  if (!file.usable()) return {};
+  return decode(file.data).value_or(NotifyClickJournalEntries{});
+}
+
 enum class LockedWrite { busy, unchanged, written, failed };
 
-// Writes atomically (a temporary file renamed over the journal), so a reader
-// never sees half a file, then makes sure only the owner can read it.
-bool writeLocked(const std::string& path, const NotifyClickJournalEntries& entries) {
-  auto data = encode(entries);
-  if (!data) {
-    writeStderr("notify: journal encode produced nothing — leaving it as it was\n");
-    return false;
+// One locked read-modify-write; `change` returns the journal to write, or
+// nothing to leave the file alone. A journal that is not a usable file (a
+// directory, a FIFO, an oversized file) reads as empty and is replaced by
+// the write. Says on standard error, in one line, whatever went wrong.
+LockedWrite rewrite(const std::string& path,
+                    const std::function<std::optional<NotifyClickJournalEntries>(const NotifyClickJournalEntries&)>& change) {
+  bool unusable = false;
+  bool encodeFailed = false;
+  LockedRewrite result = rewriteLocked(lockPathFor(path), path, 0600,
+                                       [&](const StateFileRead& current) -> std::optional<std::string> {
+    unusable = current.status == StateFileRead::Status::unusable;
+    auto next = change(decodeRead(current));
+    if (!next) return std::nullopt;
+    auto data = encode(*next);
+    encodeFailed = !data;
+    return data;
+  });
+  switch (result.outcome) {
+    case LockedRewrite::Outcome::busy:
+      writeStderr(busyLine);
+      return LockedWrite::busy;
+    case LockedRewrite::Outcome::lockUnusable:
+      writeStderr("notify: journal lock unusable (errno=" + std::to_string(result.err) + ") — leaving it as it was\n");
+      return LockedWrite::busy;
+    case LockedRewrite::Outcome::unchanged:
+      if (!encodeFailed) return LockedWrite::unchanged;
+      writeStderr("notify: journal encode produced nothing — leaving it as it was\n");
+      return LockedWrite::failed;
+    case LockedRewrite::Outcome::writeFailed:
+      writeStderr("notify: journal write failed: " + errnoText(result.err) + "\n");
+      return LockedWrite::failed;
+    case LockedRewrite::Outcome::written:
+      break;
   }
-  if (int err = writeFileAtomically(path, *data, 0600); err != 0) {
-    writeStderr("notify: journal write failed: " + errnoText(err) + "\n");
-    return false;
-  }
-  ::chmod(path.c_str(), 0600);
-  return true;
+  if (unusable) reportUnusable(path, "replaced it");
+  return LockedWrite::written;
 }
 
 LockedWrite lockedChange(const std::string& path,
                          const std::function<NotifyClickJournalEntries(NotifyClickJournalEntries)>& change) {
-  LockedWrite outcome = LockedWrite::busy;
-  withLock(path, std::function<void()>([&] {
-    NotifyClickJournalEntries before = read(path);
+  return rewrite(path, [&](const NotifyClickJournalEntries& before) -> std::optional<NotifyClickJournalEntries> {
     NotifyClickJournalEntries after = change(before);
-    if (after == before) {
-      outcome = LockedWrite::unchanged;
-    } else {
-      outcome = writeLocked(path, after) ? LockedWrite::written : LockedWrite::failed;
-    }
-  }));
-  return outcome;
+    if (after == before) return std::nullopt;
+    return after;
+  });
 }
 
 }  // namespace
 
 NotifyClickJournalEntries read(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return {};
-  std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  return decode(data).value_or(NotifyClickJournalEntries{});
+  StateFileRead file = readStateFile(path);
+  if (file.status == StateFileRead::Status::unusable) reportUnusable(path, "reading it as empty");
+  return decodeRead(file);
 }
 
 bool withLock(const std::string& path, const std::function<void()>& body) {
-  std::string dir = directoryOf(path);
-  secureStateDir(dir);
-  std::string lockPath = dir + "/" + lockFileName;
-  int fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (fd < 0) {
-    writeStderr("notify: journal lock unusable (errno=" + std::to_string(errno) + ") — leaving it as it was\n");
+  FileLock lock = tryLockFile(lockPathFor(path), 0600);
+  if (lock.outcome == FileLock::Outcome::busy) {
+    writeStderr(busyLine);
     return false;
   }
-  while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    if (errno == EINTR) continue;
-    ::close(fd);
-    writeStderr("notify: journal lock busy — leaving it to the holder\n");
+  if (lock.outcome != FileLock::Outcome::held) {
+    writeStderr("notify: journal lock unusable (errno=" + std::to_string(lock.err) + ") — leaving it as it was\n");
     return false;
   }
-  // Closing the descriptor releases the lock, also if body throws.
-  struct Release {
-    int fd;
-    ~Release() { ::close(fd); }
-  } release{fd};
-  body();
+  body();  // the lock goes with `lock`, also if body throws
   return true;
 }
 
@@ -128,17 +143,15 @@ NotifyClickClaim claimSettle(const std::optional<NotifyClickJournalEntry>& routi
                              const NotifyClickJournalEntries& resolvedFrom, const DeliveredIDs& delivered,
                              const std::string& path) {
   if (!routing) return NotifyClickClaim::claimed;
-  NotifyClickClaim claim = NotifyClickClaim::unrecorded;
-  withLock(path, std::function<void()>([&] {
-    NotifyClickJournalEntries current = read(path);
-    if (std::find(current.begin(), current.end(), *routing) == current.end()) {
-      claim = NotifyClickClaim::lost;
-      return;
-    }
-    NotifyClickJournalEntries settled = settle(current, resolvedFrom, delivered);
-    claim = writeLocked(path, settled) ? NotifyClickClaim::claimed : NotifyClickClaim::unrecorded;
-  }));
-  return claim;
+  bool lost = false;
+  LockedWrite outcome =
+      rewrite(path, [&](const NotifyClickJournalEntries& current) -> std::optional<NotifyClickJournalEntries> {
+        lost = std::find(current.begin(), current.end(), *routing) == current.end();
+        if (lost) return std::nullopt;  // another launch already took this click
+        return settle(current, resolvedFrom, delivered);
+      });
+  if (lost) return NotifyClickClaim::lost;
+  return outcome == LockedWrite::written ? NotifyClickClaim::claimed : NotifyClickClaim::unrecorded;
 }
 
 }  // namespace ac::notify::NotifyClickJournal

@@ -10,6 +10,7 @@
 #include "notify/unicode_text.h"
 #include "support/paths.h"
 #include "support/sha256.h"
+#include "support/state_file.h"
 
 namespace ac::notify::MeetingBanner {
 namespace {
@@ -31,14 +32,16 @@ std::vector<std::string_view> splitKeepingEmpty(std::string_view s, char sep) {
 std::string rosterPath() { return homeDirectory() + "/.config/vela/template-shortcuts.json"; }
 
 std::vector<RosterEntry> roster(const std::string& path) {
-  auto data = readBoundedFile(path, maxRosterBytes);
+  // The companion app writes the roster; a link to it (a managed dotfile) is followed.
+  auto data = readBoundedFile(path, maxRosterBytes, FollowLinks::yes);
   if (!data) return {};
   return parseRoster(*data);
 }
 
 std::vector<RosterEntry> parseRoster(std::string_view json) {
-  nlohmann::json doc = nlohmann::json::parse(json, nullptr, /*allow_exceptions=*/false);
-  if (!doc.is_object()) return {};
+  auto parsed = parseBoundedJSON(json);
+  if (!parsed || !parsed->is_object()) return {};
+  const nlohmann::json& doc = *parsed;
   auto v = doc.find("v");
   if (v == doc.end() || !v->is_number_integer() || v->get<int64_t>() != 1) return {};
   auto shortcuts = doc.find("shortcuts");

@@ -16,7 +16,6 @@
 #include <variant>
 #include <vector>
 
-#include "notify/bounded_read.h"
 #include "platform/notification_center.h"
 
 namespace ac::notify::MeetingBanner {

@@ -1,7 +1,6 @@
 #include "notify/notif_auth.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <utility>
@@ -14,6 +13,7 @@
 #include "support/log.h"
 #include "support/paths.h"
 #include "support/process_exit.h"
+#include "support/state_file.h"
 
 namespace ac::notify {
 namespace {
@@ -28,16 +28,14 @@ constexpr const char* kLogFile = "notif-auth.log";
 class NotifAuthLog {
  public:
   explicit NotifAuthLog(std::string path) : path_(std::move(path)) {
-    int fd = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (fd >= 0) ::close(fd);
+    UniqueFd(::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC, 0600));
   }
   void operator()(const std::string& message) const {
     std::string line = "[notif-auth] " + message + "\n";
-    int fd = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (fd >= 0) {
-      (void)!::write(fd, line.data(), line.size());
-      ::close(fd);
-    }
+    // Non-blocking and not through a link: a FIFO or link planted at the
+    // path must neither hang the request nor redirect its lines.
+    UniqueFd fd(::open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (fd) (void)!::write(fd.get(), line.data(), line.size());
     writeStderr(line);
   }
 
@@ -110,11 +108,8 @@ NotifAuthRequestRun requestNotifAuthAndRecord() {
   secureStateDir(dir);
   // The lock keeps two launches of the companion app from prompting at once;
   // a lock file that cannot be opened at all does not stop the request.
-  int lockFD = ::open((dir + "/" + kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-  if (lockFD >= 0 && ::flock(lockFD, LOCK_EX | LOCK_NB) != 0) {
-    ::close(lockFD);
-    return NotifAuthRequestRun::busy;
-  }
+  FileLock lock = tryLockFile(dir + "/" + kLockFile, 0644);
+  if (lock.outcome == FileLock::Outcome::busy) return NotifAuthRequestRun::busy;
   NotifAuthLog log(dir + "/" + kLogFile);
   installNotifyDelegate();
 
@@ -150,7 +145,6 @@ NotifAuthRequestRun requestNotifAuthAndRecord() {
     result = NotifAuthRequestRun::markerDropped;
   }
   log("done");
-  if (lockFD >= 0) ::close(lockFD);
   return result;
 }
 

@@ -168,19 +168,24 @@ void postNotification(const std::string& title, const std::string& body, const s
     auto finish = [&] {
       if (then) then();
     };
-    if (!notificationCenterUsable()) return finish();
-    std::string auth = notifAuthStatusName(currentNotifAuthStatus(notifAuthQueryTimeoutSeconds));
-    writeNotifAuthStatus(auth);
-    if (!notifAuthDelivers(auth)) {
-      writeStderr("notify: skipped (auth=" + auth + ")\n");
-      return finish();
-    }
-    std::string identifier = newRequestIdentifier();
-    if (addRequest(identifier, makeNotifyContent(title, body, soundName, std::nullopt, std::nullopt, std::nullopt))) {
-      // Journalled as tokenless: a later cold launch counts it as ours and
-      // routes nothing through it.
-      NotifyClickJournal::record(identifier, std::nullopt, deliveredNotificationIDs(platform::current().notifications()),
-                                 wallSeconds());
+    // Best effort: the poster may be a recording, which nothing here may end.
+    try {
+      if (!notificationCenterUsable()) return finish();
+      std::string auth = notifAuthStatusName(currentNotifAuthStatus(notifAuthQueryTimeoutSeconds));
+      writeNotifAuthStatus(auth);
+      if (!notifAuthDelivers(auth)) {
+        writeStderr("notify: skipped (auth=" + auth + ")\n");
+        return finish();
+      }
+      std::string identifier = newRequestIdentifier();
+      if (addRequest(identifier, makeNotifyContent(title, body, soundName, std::nullopt, std::nullopt, std::nullopt))) {
+        // Journalled as tokenless: a later cold launch counts it as ours and
+        // routes nothing through it.
+        NotifyClickJournal::record(identifier, std::nullopt, deliveredNotificationIDs(platform::current().notifications()),
+                                   wallSeconds());
+      }
+    } catch (const std::exception& e) {
+      writeStderr(std::string("notify: notice not posted: ") + e.what() + "\n");
     }
     finish();
   });

@@ -8,15 +8,15 @@
 #include <iterator>
 #include <vector>
 
-#include "notify/bounded_read.h"
 #include "notify/state_dir.h"
 #include "notify/unicode_text.h"
+#include "support/state_file.h"
 
 namespace ac::notify {
 namespace {
 
 // The state file is a handful of short lines; anything longer is not ours.
-constexpr std::size_t stateFileMaxBytes = 65536;
+constexpr std::size_t recordingStateMaxBytes = 65536;
 constexpr std::string_view ellipsis = "\u2026";
 
 std::vector<std::u32string> nonEmptyLines(std::string_view text) {
@@ -115,7 +115,8 @@ std::string recordStartStateFilePath() {
 }
 
 bool recordStartRecordingIsLive(const std::string& stateFilePath) {
-  auto data = readBoundedFile(stateFilePath, stateFileMaxBytes);
+  // Written by the companion app, which may keep it behind a link.
+  auto data = readBoundedFile(stateFilePath, recordingStateMaxBytes, FollowLinks::yes);
   if (!data || !text::isValidUTF8(*data)) return false;
   auto pid = recordStartLivePID(*data);
   return pid && ::kill(*pid, 0) == 0;

@@ -88,17 +88,20 @@ void Recorder::Impl::removeArmedInputWatch() {
 
 void Recorder::Impl::discardArmed() {
   removeArmedInputWatch();
+  discardOutput("armed: ");
+}
+
+void Recorder::Impl::discardOutput(const std::string& logPrefix) {
   if (assetWriter) {
     assetWriter->cancelWriting();
     systemInput.reset();
     micInput.reset();
     assetWriter.reset();
   }
-  // Nothing was recorded, so a missing file is the expected case.
-  if (::unlink(outputPath.c_str()) != 0) {
-    const int err = errno;
-    if (err != ENOENT) log("armed: could not remove the unused output " + outputPath + ": " + errnoText(err));
-  }
+  // Nothing was recorded; only the file this launch created goes.
+  if (!outputClaim) return;
+  if (int err = outputClaim->remove(); err != 0)
+    log(logPrefix + "could not remove the unused output " + outputPath + ": " + errnoText(err));
 }
 
 }  // namespace ac

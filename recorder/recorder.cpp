@@ -56,6 +56,19 @@ Recorder::Impl::~Impl() {
 }
 
 void Recorder::Impl::setup() {
+  // Claimed first, so nothing that was at the path is overwritten; a
+  // failure after the claim removes only the file made here.
+  outputClaim = OutputClaim::create(outputPath);
+  try {
+    buildWriterAndSources();
+  } catch (...) {
+    discardOutput("output: ");
+    throw;
+  }
+  log("writer started → " + outputPath);
+}
+
+void Recorder::Impl::buildWriterAndSources() {
   Error writerError;
   assetWriter = platform.writers().makeMPEG4Writer(outputPath, fragmentInterval, writerError);
   if (!assetWriter) throw CaptureError(writerError);
@@ -86,7 +99,6 @@ void Recorder::Impl::setup() {
   if (!assetWriter->startWriting()) {
     throw CaptureError(startWritingErrorCode, "startWriting failed");
   }
-  log("writer started → " + outputPath);
 }
 
 void Recorder::Impl::start() {
@@ -141,6 +153,7 @@ bool Recorder::installArmedInputWatch(std::function<void(const std::string&)> on
 void Recorder::removeArmedInputWatch() { impl_->removeArmedInputWatch(); }
 std::optional<std::string> Recorder::armedDeviceStaleReason() { return impl_->armedDeviceStaleReason(); }
 void Recorder::discardArmed() { impl_->discardArmed(); }
+void Recorder::discardUnstarted() { impl_->discardOutput("output: "); }
 const std::string& Recorder::outputPath() const { return impl_->outputPath; }
 
 }  // namespace ac

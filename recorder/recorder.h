@@ -43,6 +43,9 @@ class Recorder {
   void removeArmedInputWatch();
   std::optional<std::string> armedDeviceStaleReason();
   void discardArmed();
+  // After a set-up or start that threw: drops the writer and removes the
+  // output file this recorder created (never anything that was there before).
+  void discardUnstarted();
 
   const std::string& outputPath() const;
 

@@ -25,6 +25,7 @@
 #include "platform/platform.h"
 #include "recorder/failure_notices.h"
 #include "recorder/level_file.h"
+#include "recorder/output_claim.h"
 #include "recorder/recorder.h"
 #include "recorder/recording_stats.h"
 #include "support/dispatch.h"
@@ -65,6 +66,7 @@ struct Recorder::Impl : capture::SystemSampleSink, std::enable_shared_from_this<
   std::shared_ptr<SerialQueue> deviceWatchQueue;
 
   // -- writer --
+  std::optional<OutputClaim> outputClaim;  // set by setup(); what discards may remove
   std::unique_ptr<platform::AssetWriter> assetWriter;
   std::shared_ptr<platform::WriterInput> systemInput;
   std::shared_ptr<platform::WriterInput> micInput;
@@ -139,6 +141,8 @@ struct Recorder::Impl : capture::SystemSampleSink, std::enable_shared_from_this<
   void removeArmedInputWatch();
   std::optional<std::string> armedDeviceStaleReason();
   void discardArmed();
+  void discardOutput(const std::string& logPrefix);
+  void buildWriterAndSources();  // setup() after the output is claimed
 
   // teardown.cpp
   void stop(std::function<void()> completion);

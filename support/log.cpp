@@ -60,7 +60,10 @@ void setLogFileDescriptor(int fd) { gLogFD.store(fd, std::memory_order_release);
 int logFileDescriptor() { return gLogFD.load(std::memory_order_acquire); }
 
 bool openLogFile(const std::string& path) {
-  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
+  // Non-blocking only for the open: a FIFO without a reader at the path must
+  // not hold up the recording (it fails with ENXIO and logging falls back).
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_NONBLOCK | O_CLOEXEC, 0644);
+  if (fd >= 0) ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
   if (fd < 0) {
     log("log file unavailable (" + errnoText(errno) + ") — logging to stderr only: " + path);
     return false;

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <random>
 
 namespace ac {
 
@@ -33,37 +32,6 @@ std::string lastPathComponent(std::string_view path) {
   while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
   size_t slash = path.rfind('/');
   return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
-}
-
-int writeFileAtomically(const std::string& path, std::string_view data, unsigned mode) {
-  std::random_device rd;
-  std::string tmp = path + ".tmp." + std::to_string(::getpid()) + "." + std::to_string(rd());
-  int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-  if (fd < 0) return errno;
-  size_t off = 0;
-  while (off < data.size()) {
-    ssize_t n = ::write(fd, data.data() + off, data.size() - off);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      int err = n < 0 ? errno : EIO;
-      ::close(fd);
-      ::unlink(tmp.c_str());
-      return err;
-    }
-    off += static_cast<size_t>(n);
-  }
-  ::fchmod(fd, mode);
-  if (::close(fd) != 0) {
-    int err = errno;
-    ::unlink(tmp.c_str());
-    return err;
-  }
-  if (::rename(tmp.c_str(), path.c_str()) != 0) {
-    int err = errno;
-    ::unlink(tmp.c_str());
-    return err;
-  }
-  return 0;
 }
 
 std::string errnoText(int err) {

@@ -17,10 +17,6 @@ std::string expandTilde(std::string_view path);
 // The last path component ("a.m4a" for "/x/a.m4a").
 std::string lastPathComponent(std::string_view path);
 
-// Writes data to a temporary file beside path and renames it over path.
-// mode applies to the new file. Returns 0 or the errno of the failed step.
-int writeFileAtomically(const std::string& path, std::string_view data, unsigned mode = 0644);
-
 // The system's text for an errno value.
 std::string errnoText(int err);
 

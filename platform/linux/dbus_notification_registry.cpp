@@ -1,18 +1,14 @@
 #include "platform/linux/dbus_notification_registry.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
-#include <thread>
 
 #include <nlohmann/json.hpp>
 
-#include "support/dispatch.h"
+#include "support/log.h"
 #include "support/paths.h"
+#include "support/state_file.h"
 
 namespace ac::platform::linux_backend {
 namespace {
@@ -24,26 +20,21 @@ constexpr const char* kRowsLock = ".linux-notifications.lock";
 constexpr const char* kCategoriesFile = "linux-categories.json";
 constexpr const char* kCategoriesLock = ".linux-categories.lock";
 
-std::string readWhole(const std::string& path) {
-  std::string out;
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return out;
-  char buf[65536];
-  for (;;) {
-    ssize_t n = ::read(fd, buf, sizeof buf);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    out.append(buf, static_cast<size_t>(n));
-  }
-  ::close(fd);
-  return out;
+// A registry that is not a usable file reads as empty; the next write
+// replaces it.
+std::string registryText(const std::string& path, const StateFileRead& file) {
+  if (file.status == StateFileRead::Status::unusable)
+    writeStderr("notify: " + path + " is not a regular file of at most 1 MiB — reading it as empty\n");
+  return file.data;
 }
 
+std::string readRegistry(const std::string& path) { return registryText(path, readStateFile(path)); }
+
 std::optional<json> parseVersioned(std::string_view text, const char* listKey) {
-  json doc = json::parse(text, nullptr, /*allow_exceptions=*/false);
-  if (!doc.is_object() || doc.value("v", 0) != 1 || !doc.contains(listKey) || !doc[listKey].is_array())
+  auto doc = parseBoundedJSON(text);
+  if (!doc || !doc->is_object() || doc->value("v", 0) != 1 || !doc->contains(listKey) || !(*doc)[listKey].is_array())
     return std::nullopt;
-  return doc[listKey];
+  return (*doc)[listKey];
 }
 
 template <class T>
@@ -140,7 +131,7 @@ std::vector<NotificationCategory> decodeCategories(std::string_view text) {
 NotificationRegistry::NotificationRegistry(std::string directory) : directory_(std::move(directory)) {}
 
 std::vector<RegistryRow> NotificationRegistry::rows() const {
-  return decodeRegistryRows(readWhole(directory_ + "/" + kRowsFile));
+  return decodeRegistryRows(readRegistry(directory_ + "/" + kRowsFile));
 }
 
 bool NotificationRegistry::add(const RegistryRow& row) {
@@ -168,7 +159,7 @@ std::optional<std::vector<RegistryRow>> NotificationRegistry::removeIf(
 }
 
 std::vector<NotificationCategory> NotificationRegistry::categories() const {
-  return decodeCategories(readWhole(directory_ + "/" + kCategoriesFile));
+  return decodeCategories(readRegistry(directory_ + "/" + kCategoriesFile));
 }
 
 bool NotificationRegistry::setCategories(const std::vector<NotificationCategory>& categories) {
@@ -181,24 +172,14 @@ bool NotificationRegistry::lockedRewrite(
     const std::function<std::optional<std::string>(const std::string& current)>& change) const {
   std::error_code ec;
   if (std::filesystem::create_directories(directory_, ec)) ::chmod(directory_.c_str(), 0700);
-  int fd = ::open((directory_ + "/" + lock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (fd < 0) return false;
   // The critical section is a small read and rename, so a bounded retry of
   // the non-blocking lock loses nothing that many posters racing at once
   // would otherwise drop; it never waits on a holder that is stuck.
-  double deadline = monotonicSeconds() + registryLockPatienceSeconds;
-  while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    if (monotonicSeconds() >= deadline) {
-      ::close(fd);
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(3));
-  }
-  std::string path = directory_ + "/" + file;
-  std::optional<std::string> next = change(readWhole(path));
-  bool ok = !next || writeFileAtomically(path, *next, 0600) == 0;
-  ::close(fd);
-  return ok;
+  const std::string path = directory_ + "/" + file;
+  LockedRewrite result = rewriteLocked(
+      directory_ + "/" + lock, path, 0600,
+      [&](const StateFileRead& current) { return change(registryText(path, current)); }, registryLockPatienceSeconds);
+  return result.outcome == LockedRewrite::Outcome::written || result.outcome == LockedRewrite::Outcome::unchanged;
 }
 
 }  // namespace ac::platform::linux_backend

@@ -117,6 +117,7 @@ TEST_F(RecordingE2E, OneSourceGivesOneTrackOfThatSource) {
   for (const OneSourceCase& c : {OneSourceCase{"--no-mic", kSystemHz, kMicHz},
                                  OneSourceCase{"--no-system", kMicHz, kSystemHz}}) {
     SCOPED_TRACE(c.flag);
+    std::remove(s.path("call.m4a").c_str());  // an existing output is refused
     auto system = play(s, "speaker", sineWave(kRate, kSystemHz, 3, 0.5f), "system.wav");
     auto mic = play(s, "micfeed", sineWave(kRate, kMicHz, 3, 0.5f), "mic.wav");
     Recording r(s, {c.flag});

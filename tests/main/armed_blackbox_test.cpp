@@ -88,6 +88,7 @@ TEST_F(ArmedLaunch, EveryReleaseWritesOneLineRemovesTheOutputAndExitsZero) {
       {"eof", [](Owner& o, int) { o.send("go"), o.closeGo(); }},
       {"sigterm", [](Owner&, int pid) { ::kill(pid, SIGTERM); }},
       {"sigterm", [](Owner&, int pid) { ::kill(pid, SIGINT); }},
+      {"sigterm", [](Owner&, int pid) { ::kill(pid, SIGHUP); }},
   };
   for (const auto& c : cases) {
     Owner owner(s_);

@@ -12,19 +12,12 @@ TEST(PulseDeviceQueries, ListCaseInsensitivelyWithTiesInDeviceOrderAndNameTheDef
   Scratch s;
   if (auto missing = privatePulseServerMissing(s)) GTEST_SKIP() << *missing;
   ExeResult probe = runExe(s, {"--list-outputs"});
-  if (probe.err.find("(status -4)") != std::string::npos)
-    GTEST_SKIP() << "the PulseAudio backend is not built yet: " << probe.err;
-
   const std::string listing = "aux-mic-feed\nstudio\nStudio\n";
   EXPECT_EQ(probe.out + probe.err + std::to_string(probe.status), listing + "0");
   // A C locale would sort by code point without the collation's fallback.
   EXPECT_EQ(runExe(s, {"--list-outputs"}, {{"LC_ALL", "C"}}).out, listing);
   ExeResult current = runExe(s, {"--current-output"});
   EXPECT_EQ(current.out + std::to_string(current.status), "Studio\n0");
-  // Listing wins over recording.
-  ExeResult onRecordingLine = runExe(s, {"-o", s.path("a.m4a"), "--lockfile", s.path("l"), "--list-outputs"});
-  EXPECT_EQ(onRecordingLine.out, listing);
-  EXPECT_FALSE(s.exists("a.m4a") || s.exists("l"));
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
-#include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <csignal>
+#include <filesystem>
+#include <functional>
 
 #include <gtest/gtest.h>
 
@@ -68,30 +68,34 @@ TEST_F(ClickJournalFile, ClaimIsTakenOnceAcrossLaunches) {
   EXPECT_EQ(J::claimSettle(std::nullopt, snapshot, std::nullopt, path), NotifyClickClaim::claimed);
 }
 
-TEST_F(ClickJournalFile, FailingWriteIsUnrecordedAndSaysWhy) {
-  const std::string longPath = "/" + std::string(500, 'a') + ".md";
-  ASSERT_TRUE(J::record("A", longPath, IDs{}, 1000, std::nullopt, path));
-  ASSERT_TRUE(J::record("K", longPath, IDs{"A"}, 1000, std::nullopt, path));
-  auto snapshot = J::read(path);
-  // A file-size limit below the journal's size (but above the captured
-  // diagnostics) makes the write fail even for root.
-  auto previous = std::signal(SIGXFSZ, SIG_IGN);
-  rlimit old{};
-  ::getrlimit(RLIMIT_FSIZE, &old);
-  rlimit tiny = old;
-  tiny.rlim_cur = 200;
-  ::setrlimit(RLIMIT_FSIZE, &tiny);
-  CaptureStderr();
-  NotifyClickClaim claim = J::claimSettle(snapshot.front(), snapshot, IDs{"K"}, path);
-  bool recorded = J::record("B", longPath, IDs{"A", "K"}, 1001, std::nullopt, path);
-  std::string err = GetCapturedStderr();
-  ::setrlimit(RLIMIT_FSIZE, &old);
-  std::signal(SIGXFSZ, previous);
-
-  EXPECT_EQ(claim, NotifyClickClaim::unrecorded);
-  EXPECT_FALSE(recorded);
-  EXPECT_EQ(err.rfind("notify: journal write failed: File too large\n", 0), 0u) << err;
-  EXPECT_EQ(J::read(path), snapshot);
+// Whatever sits at the journal's path, a read never blocks on it and a
+// post costs one line, never the process: the next write replaces it where
+// a rename can, and a write that fails is reported, not recorded.
+TEST_F(ClickJournalFile, AJournalThatIsNoUsableFileReadsAsEmptyAndIsReplaced) {
+  const std::string unusable = "notify: journal " + path + " is not a regular file of at most 1 MiB — ";
+  struct Row {
+    const char* kind;
+    std::function<void()> plant;
+    bool recorded;
+    std::string recordLine;
+  };
+  const Row rows[] = {
+      {"directory", [&] { std::filesystem::create_directory(path); }, false, "notify: journal write failed: Is a directory\n"},
+      {"fifo", [&] { ::mkfifo(path.c_str(), 0600); }, true, unusable + "replaced it\n"},
+      {"over the cap", [&] { test::ScratchDir::write(path, std::string((1 << 20) + 1, ' ')); }, true, unusable + "replaced it\n"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.kind);
+    row.plant();
+    CaptureStderr();
+    EXPECT_TRUE(J::read(path).empty());
+    EXPECT_EQ(GetCapturedStderr(), unusable + "reading it as empty\n");
+    CaptureStderr();
+    EXPECT_EQ(J::record("N1", "/a.md", IDs{}, 5, std::nullopt, path), row.recorded);
+    EXPECT_EQ(GetCapturedStderr(), row.recordLine);
+    EXPECT_EQ(J::read(path).size(), row.recorded ? 1u : 0u);
+    std::filesystem::remove_all(path);
+  }
 }
 
 TEST_F(ClickJournalFile, ForgetPurgesAndRemovingNothingStillLands) {

@@ -6,6 +6,9 @@
 
 #include <filesystem>
 
+#include <nlohmann/json.hpp>
+
+#include "support/state_file.h"
 #include "tests/support/scratch_dir.h"
 
 namespace ac::notify {
@@ -19,20 +22,17 @@ mode_t modeOf(const std::string& path) {
   return st.st_mode & 07777;
 }
 
-TEST(StateDir, TighteningClearsGroupAndOtherBitsKeepingOwnerAndSpecialBits) {
+TEST(StateDir, SecureCreatesAndTightensButNeverFollowsALinkOrTouchesAFile) {
   test::ScratchDir tmp;
   const std::string d = tmp.path("d");
-  for (auto [before, after] : {std::pair{0755, 0700}, {0777, 0700}, {0700, 0700}, {01777, 01700}, {02750, 02700}}) {
+  // Group and other bits go; owner and special bits stay.
+  for (auto [before, after] : {std::pair{0777, 0700}, {01777, 01700}, {02750, 02700}}) {
     fs::create_directory(d);
     ::chmod(d.c_str(), before);
     tightenDirectoryPermissions(d);
     EXPECT_EQ(modeOf(d), mode_t(after)) << std::oct << before;
     fs::remove(d);
   }
-}
-
-TEST(StateDir, SecureCreatesAndTightensButNeverFollowsALinkOrTouchesAFile) {
-  test::ScratchDir tmp;
   const std::string state = tmp.path("home/.local/state/vela");
   secureStateDir(state);
   EXPECT_EQ(modeOf(state) & 077, 0u);
@@ -50,9 +50,16 @@ TEST(StateDir, SecureCreatesAndTightensButNeverFollowsALinkOrTouchesAFile) {
   ::chmod(file.c_str(), 0644);
   tightenDirectoryPermissions(file);
   EXPECT_EQ(modeOf(file), 0644u);
+}
 
-  ::setenv("HOME", "/home/someone", 1);
-  EXPECT_EQ(notifAuthStateDir(), "/home/someone/.local/state/vela");
+// A hostile document is refused by its depth while it is parsed: copying or
+// comparing a deep one would overflow the stack.
+TEST(StateFile, JSONNestedPastTheLimitIsRefused) {
+  auto nested = [](int depth) { return std::string(depth, '[') + "1" + std::string(depth, ']'); };
+  EXPECT_TRUE(parseBoundedJSON(nested(stateFileMaxJSONDepth)));
+  EXPECT_FALSE(parseBoundedJSON(nested(stateFileMaxJSONDepth + 1)));
+  EXPECT_FALSE(parseBoundedJSON(nested(1000000)));
+  EXPECT_FALSE(parseBoundedJSON("{\"v\":"));
 }
 
 }  // namespace
