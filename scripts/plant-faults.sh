@@ -94,19 +94,20 @@ done
 result=0
 for i in "${!ids[@]}"; do
   id=${ids[$i]} file=${files[$i]}
-  if ! python3 - "$tree/$file" "${originals[$i]}" "${faulty[$i]}" <<'PY'; then
+  if ! why=$(python3 - "$tree/$file" "${originals[$i]}" "${faulty[$i]}" <<'PY'
 import sys
 path, old, new = sys.argv[1:]
 try:
     text = open(path, encoding="utf-8").read()
 except OSError as e:
-    print(f"cannot read {path}: {e.strerror}"); sys.exit(1)
+    print(f"cannot read it: {e.strerror}"); sys.exit(1)
 n = text.count(old)
 if n != 1:
-    print(f"the original text occurs {n} times in the file"); sys.exit(1)
+    print(f"the original text occurs {n} times"); sys.exit(1)
 open(path, "w", encoding="utf-8").write(text.replace(old, new))
 PY
-    echo "$id did not apply ($file): ${whats[$i]}"
+  ); then
+    echo "$id did not apply ($file: $why)   [${whats[$i]}]"
     result=1
     continue
   fi
