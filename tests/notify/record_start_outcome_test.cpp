@@ -63,6 +63,7 @@ TEST(RecordStartOutcome, SanitizingDropsInvisiblesAndCollapsesWhitespace) {
       {"Bad\a\x1b[31m device\b name.", "Bad[31m device name."},
       {"Output   is\t \vsilent.", "Output is silent."},
       {"\u202Eevil\u202C text", "evil text"},
+      {"broken \xff byte", "broken \uFFFD byte"},  // repaired, not dropped
       {"zero\u200Bwidth b\uFEFFom", "zerowidth bom"},
       {"\u2066iso\u2069 \u200E", "iso"},
       {"Lid closed — switch outputs.", "Lid closed — switch outputs."},
