@@ -42,38 +42,18 @@ TEST(ClickTokenGrammar, ResolvesEveryFormOrRefusesWithItsReason) {
        "openNote:TRANSCRIPT_PENDING_JOINED_1792530208_4242"},
       {"/Users/x/Vault/My Note.md", "url:obsidian://open?path=%2FUsers%2Fx%2FVault%2FMy%20Note.md"},
       {"/tmp/a?b&c#d.md", "url:obsidian://open?path=%2Ftmp%2Fa%3Fb%26c%23d.md"},
-      {"/tmp/a.md", "url:obsidian://open?path=%2Ftmp%2Fa.md"},
       {"/tmp/\xff.md", "refused:unbuildable-url"},
-      // Not ours at all.
       {"Vault/My Note.md", "refused:not-an-absolute-path"},
-      {"https://example.com/x", "refused:not-an-absolute-path"},
-      {"file:///etc/passwd", "refused:not-an-absolute-path"},
       {"javascript:alert(1)", "refused:not-an-absolute-path"},
-      {"vela-app:recordings ", "refused:not-an-absolute-path"},
       {"VELA-APP:recordings", "refused:not-an-absolute-path"},
-      {"vela-app:settings", "refused:not-an-absolute-path"},
-      {"vela-app:record-stop", "refused:not-an-absolute-path"},
       {"vela-app:open-note", "refused:not-an-absolute-path"},
-      {"vela-app:ignore-silence", "refused:not-an-absolute-path"},
-      {"VELA-APP:OPEN-NOTE:" + marker, "refused:not-an-absolute-path"},
-      // Open-note markers of the wrong shape.
       {"vela-app:open-note:", "refused:malformed-open-note-target"},
-      {"vela-app:open-note:/Users/x/a.md", "refused:malformed-open-note-target"},
       {"vela-app:open-note:" + marker + " ", "refused:malformed-open-note-target"},
-      {"vela-app:open-note:" + marker + "?x=1", "refused:malformed-open-note-target"},
-      {"vela-app:open-note:TRANSCRIPT_PENDING_1792530208_42a2", "refused:malformed-open-note-target"},
       {"vela-app:open-note:TRANSCRIPT_PENDING_1792530208123_4242", "refused:malformed-open-note-target"},
-      {"vela-app:open-note:IMPORT_1792530208_4242", "refused:malformed-open-note-target"},
-      {"vela-app:open-note:6C6DA3A0-1C0B-4C4E-9C1E-1F7E5B2A9D31", "refused:malformed-open-note-target"},
       {"vela-app:open-note:TRANSCRIPT_PENDING_JOINED_JOINED_1792530208_4242", "refused:malformed-open-note-target"},
-      {"vela-app:open-note:transcript_pending_1792530208_4242", "refused:malformed-open-note-target"},
       // Silence markers of the wrong shape; a snooze length cannot ride along.
       {"vela-app:ignore-silence:hello", "refused:malformed-ignore-silence-target"},
-      {"vela-app:ignore-silence:TRANSCRIPT_PENDING_1_2/../x", "refused:malformed-ignore-silence-target"},
-      {"vela-app:ignore-silence:TRANSCRIPT_PENDING_1_2_3", "refused:malformed-ignore-silence-target"},
       {"vela-app:ignore-silence:TRANSCRIPT_PENDING_\u0661_2", "refused:malformed-ignore-silence-target"},
-      {"vela-app:ignore-silence:TRANSCRIPT_PENDING_1_12345678901", "refused:malformed-ignore-silence-target"},
-      {"vela-app:ignore-silence:" + marker + "\n", "refused:malformed-ignore-silence-target"},
       {"vela-app:ignore-silence:5:" + marker, "refused:malformed-ignore-silence-target"},
       {"vela-app:ignore-silence:TRANSCRIPT_PENDING_JOINED_1_2", "refused:malformed-ignore-silence-target"},
       // Marker bounds are inclusive; non-ASCII letters stay readable in note paths.
@@ -89,10 +69,8 @@ TEST(ClickEnvelope, ChecksRunInOrderAndFirstFailureWins) {
   const double now = 1000;
   const std::vector<std::pair<json, std::string>> cases = {
       {json(nullptr), "refused:no-vela-payload"},
-      {json{{"other", 1}}, "refused:no-vela-payload"},
       // The version is judged before the target is looked at.
       {json{{"vela_click_v", "1"}}, "refused:unsupported-payload-version"},
-      {json{{"vela_click_v", 2}, {"vela_click_target", "vela-app:recordings"}}, "refused:unsupported-payload-version"},
       {json{{"vela_click_v", 1.0}, {"vela_click_target", "vela-app:recordings"}}, "refused:unsupported-payload-version"},
       {json{{"vela_click_v", 1}}, "refused:malformed-payload"},
       {json{{"vela_click_v", 1}, {"vela_click_target", 7}}, "refused:malformed-payload"},
@@ -106,7 +84,6 @@ TEST(ClickEnvelope, ChecksRunInOrderAndFirstFailureWins) {
       {json{{"vela_click_v", 1}, {"vela_click_target", "vela-app:recordings"}, {"vela_click_expires_at", 1001}},
        "recordings"},
       {NotifyClickPayload::make("vela-app:record-start"), "startRecording:-"},
-      {NotifyClickPayload::make("vela-app:record-start", 1000.5), "startRecording:-"},
       {NotifyClickPayload::make("vela-app:record-start", 1000), "refused:expired"},
   };
   for (const auto& [info, expected] : cases) EXPECT_EQ(describe(resolveNotifyClickTarget(info, now)), expected) << info;
@@ -122,16 +99,6 @@ TEST(ClickFreshness, UnreadableStampsFailClosed) {
   };
   for (const auto& [stamp, expected] : cases) EXPECT_EQ(rawValue(notifyClickFreshness(stamp, 10.0)), expected);
   EXPECT_EQ(notifyClickFreshness(std::optional<double>(-inf), 10.0), NotifyClickFreshness::expired);
-}
-
-TEST(OpenNoteClick, LinksOnlyNoteMarkers) {
-  EXPECT_EQ(OpenNoteClick::url("TRANSCRIPT_PENDING_1792530208_4242"),
-            "vela://open-note?marker=TRANSCRIPT_PENDING_1792530208_4242");
-  EXPECT_EQ(OpenNoteClick::url("TRANSCRIPT_PENDING_JOINED_1792530208_4242"),
-            "vela://open-note?marker=TRANSCRIPT_PENDING_JOINED_1792530208_4242");
-  EXPECT_EQ(OpenNoteClick::url("IMPORT_1792530208_4242"), std::nullopt);
-  EXPECT_EQ(OpenNoteClick::url("TRANSCRIPT_PENDING_1_2&marker=x"), std::nullopt);
-  EXPECT_EQ(OpenNoteClick::token("M"), "vela-app:open-note:M");
 }
 
 }  // namespace

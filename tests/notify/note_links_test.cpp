@@ -36,40 +36,19 @@ TEST(AppleNotesLink, RefusesEverythingElse) {
   const std::vector<std::string> refused = {
       "vela-applenotes://open" + q,
       "vela-applenotes://user@show" + q,
-      "vela-applenotes://user:pw@show" + q,
-      "vela-applenotes://show:80" + q,
       "vela-applenotes://show" + q + "#frag",
-      "vela-applenotes://show/x" + q,
-      "vela-applenotes://show",
       "vela-applenotes://show?note_id=" + noteId,
       "vela-applenotes://show" + q + "&extra=1",
-      "vela-applenotes://show" + q + "&note_id=" + noteId,
-      "vela-applenotes://show?note_id&store_uuid=" + store,
-      "vela-applenotes://show?note_id=hello&store_uuid=" + store,
       "vela-applenotes://show?note_id=" + noteId + "&store_uuid=not-a-uuid",
       "vela-applenotes://show?note_id=" + noteId + "&store_uuid=" + other,
       "vela-applenotes://show?note_id=" + noteId + "&store_uuid=" + lower,
       "vela-applenotes://show?note_id=x-coredata://" + store + "/ICFolder/p42&store_uuid=" + store,
-      "vela-applenotes://show?note_id=x-coredata://" + store + "/ICNote/&store_uuid=" + store,
-      "vela-applenotes://show?note_id=x-coredata://" + store + "/ICNote/p42/x&store_uuid=" + store,
-      "vela-applenotes://show?note_id=" + noteId + " &store_uuid=" + store,
       "vela-applenotes://show" + q + "%",
   };
   for (const auto& token : refused) {
     EXPECT_EQ(appleNotesNotifyURL(token), std::nullopt) << token;
     EXPECT_EQ(refusal(token), "malformed-apple-notes-target") << token;
   }
-}
-
-TEST(AppleNotesLink, ShapeHelpers) {
-  EXPECT_TRUE(appleNotesUUIDShaped(store));
-  EXPECT_TRUE(appleNotesUUIDShaped("6c6da3a0-1c0b-4c4e-9c1e-1f7e5b2a9d31"));
-  EXPECT_FALSE(appleNotesUUIDShaped("6C6DA3A01C0B4C4E9C1E1F7E5B2A9D31"));
-  EXPECT_FALSE(appleNotesUUIDShaped(store + "0"));
-  EXPECT_TRUE(appleNotesNoteIdShaped(noteId));
-  EXPECT_FALSE(appleNotesNoteIdShaped("hello"));
-  EXPECT_EQ(appleNotesEmbeddedStoreUUID(noteId), store);
-  EXPECT_EQ(appleNotesEmbeddedStoreUUID("hello"), std::nullopt);
 }
 
 TEST(NotionLink, AcceptsCanonicalPagesAndBlocks) {
@@ -86,28 +65,16 @@ TEST(NotionLink, RefusesNearMisses) {
   };
   const std::vector<Case> cases = {
       {"https://www.notion.so/", "malformed-notion-target"},
-      {"https://www.notion.so", "not-an-absolute-path"},
-      {"https://www.notion.so/01234567-89ab-cdef-0123-456789abcdef", "malformed-notion-target"},
       {"https://www.notion.so/0123456789ABCDEF0123456789abcdef", "malformed-notion-target"},
       {"https://www.notion.so/Meeting-" + hex, "malformed-notion-target"},
-      {"https://www.notion.so/" + hex + "/more", "malformed-notion-target"},
       {"https://www.notion.so/" + hex + "/", "malformed-notion-target"},
       {"https://www.notion.so/" + hex + "?pvs=4", "malformed-notion-target"},
       {"https://www.notion.so/" + hex + "#", "malformed-notion-target"},
-      {"https://www.notion.so/" + hex + "#abc", "malformed-notion-target"},
-      {"https://www.notion.so/" + hex + "#" + hex + "#" + hex, "malformed-notion-target"},
       {"https://www.notion.so/%30123456789abcdef0123456789abcdef", "malformed-notion-target"},
       {"https://www.notion.so/" + hex + "0", "malformed-notion-target"},
-      {"https://www.notion.so/@" + hex, "malformed-notion-target"},
       {"https://notion.so/" + hex, "not-an-absolute-path"},
-      {"http://www.notion.so/" + hex, "not-an-absolute-path"},
       {"https://www.notion.so.evil.example/" + hex, "not-an-absolute-path"},
-      {"https://user@www.notion.so/" + hex, "not-an-absolute-path"},
       {"https://www.notion.so:443/" + hex, "not-an-absolute-path"},
-      {"HTTPS://www.notion.so/" + hex, "not-an-absolute-path"},
-      {"https://WWW.NOTION.SO/" + hex, "not-an-absolute-path"},
-      {"notion://www.notion.so/" + hex, "not-an-absolute-path"},
-      {"https://team.notion.site/" + hex, "not-an-absolute-path"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(notionNotifyURL(c.token), std::nullopt) << c.token;

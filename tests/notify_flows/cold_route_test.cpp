@@ -67,13 +67,14 @@ class ColdRouteArms : public NotifyFlowTest {
                                               entry("C", std::nullopt)};
 };
 
-TEST_F(ColdRouteArms, EmptyJournalRoutesNothing) {
+TEST_F(ColdRouteArms, OnlyTheOneBannerGoneIsRoutedAndSettled) {
   captureStderr();
   routeColdClickFromJournal(center_, once_, {});
   EXPECT_EQ(stderrText(), "notify: cold route — journal=0, nothing outstanding\n");
-}
-
-TEST_F(ColdRouteArms, TheOneBannerGoneIsTheClickAndIsSettled) {
+  // Nothing gone, or only a tokenless banner gone: nothing to route.
+  EXPECT_EQ(route(journal_, {"A", "B", "C"}), "notify: cold route — journal=3 delivered=3 resolution=nothing\n");
+  EXPECT_EQ(route(journal_, {"A", "B"}), "notify: cold route — journal=3 delivered=2 resolution=nothing\n");
+  EXPECT_TRUE(desk_.openedURLs().empty());
   EXPECT_EQ(route(journal_, {"B", "C"}), "notify: cold route — journal=3 delivered=2 resolution=route\n");
   EXPECT_EQ(desk_.openedURLs(), std::vector<std::string>{"obsidian://open?path=%2Ftmp%2Fa.md"});
   auto left = NotifyClickJournal::read();
@@ -81,22 +82,14 @@ TEST_F(ColdRouteArms, TheOneBannerGoneIsTheClickAndIsSettled) {
   EXPECT_EQ(left[0].id, "B");
 }
 
-TEST_F(ColdRouteArms, NothingGoneOrATokenlessBannerGoneRoutesNothing) {
-  EXPECT_EQ(route(journal_, {"A", "B", "C"}), "notify: cold route — journal=3 delivered=3 resolution=nothing\n");
-  EXPECT_EQ(route(journal_, {"A", "B"}), "notify: cold route — journal=3 delivered=2 resolution=nothing\n");
-  EXPECT_TRUE(desk_.openedURLs().empty());
-}
-
 TEST_F(ColdRouteArms, TwoGoneOrNoAnswerOpenRecordingsNeverANote) {
-  EXPECT_EQ(route(journal_, {"C"}),
-            "notify: cold route — journal=3 delivered=1 resolution=recordings\n"
-            "notify: cold click could not be attributed to one banner — opening Recordings\n"
-            "notify: no companion app to open\n");
+  const std::string recordings =
+      "notify: cold click could not be attributed to one banner — opening Recordings\n"
+      "notify: no companion app to open\n";
+  EXPECT_EQ(route(journal_, {"C"}), "notify: cold route — journal=3 delivered=1 resolution=recordings\n" + recordings);
   center_.editScript([&](auto& s) { s.answersDelivered = false; });
   EXPECT_EQ(route(journal_, {}, deliveredQueryTimeoutSeconds + 0.3),
-            "notify: cold route — journal=3 delivered=no-answer resolution=recordings\n"
-            "notify: cold click could not be attributed to one banner — opening Recordings\n"
-            "notify: no companion app to open\n");
+            "notify: cold route — journal=3 delivered=no-answer resolution=recordings\n" + recordings);
   EXPECT_TRUE(desk_.openedURLs().empty());
   EXPECT_EQ(desk_.distributed().size(), 2u);
 }

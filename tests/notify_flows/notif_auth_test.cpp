@@ -9,16 +9,6 @@ namespace {
 
 using NotifAuth = NotifyFlowTest;
 
-TEST(NotifAuthWords, StatusNamesAndDelivery) {
-  const std::pair<std::optional<int>, const char*> names[] = {
-      {0, "notDetermined"}, {1, "denied"},     {2, "authorized"}, {3, "provisional"},
-      {4, "ephemeral"},     {5, "unknown"},    {-1, "unknown"},   {std::nullopt, "unknown"},
-  };
-  for (const auto& [status, word] : names) EXPECT_EQ(notifAuthStatusName(status), word);
-  for (const char* word : {"authorized", "provisional"}) EXPECT_TRUE(notifAuthDelivers(word));
-  for (const char* word : {"notDetermined", "denied", "ephemeral", "unknown"}) EXPECT_FALSE(notifAuthDelivers(word));
-}
-
 TEST(NotifAuthWords, MarkerIsKeptForDeliveryOrADefiniteAnswer) {
   struct Case {
     const char *before, *after;

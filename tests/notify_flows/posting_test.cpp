@@ -1,6 +1,7 @@
 #include "notify/category_registry.h"
 #include "notify/meeting_banner.h"
 #include "notify/notify_command.h"
+#include "notify/notify_modes.h"
 #include "notify/silence_warning.h"
 #include "tests/notify_flows/notify_flow_fixture.h"
 
@@ -77,10 +78,26 @@ TEST_F(Posting, PlainBannerHasNoUserInfoAndIsJournalledTokenless) {
   EXPECT_EQ(journal[0].token, std::nullopt);
 }
 
-TEST_F(Posting, EmptySoundNameIsTheDefaultSound) {
-  EXPECT_EQ(notificationSound(std::string("")), "");
-  EXPECT_EQ(notificationSound(std::nullopt), "");
-  EXPECT_EQ(notificationSound(std::string("Basso")), "Basso");
+// The recorder's notices (disk full, microphone lost): a plain banner with its
+// sound, journalled tokenless so a later cold launch routes nothing through
+// it, and nothing at all where banners would not be shown.
+TEST_F(Posting, RecorderNoticeIsAPlainBannerUnlessBannersAreOff) {
+  Semaphore handedOver;
+  postNotification("Disk full", "Free up space.", "Basso", [&] { handedOver.signal(); });
+  ASSERT_TRUE(handedOver.wait(5));
+  ASSERT_EQ(center_.added().size(), 1u);
+  const auto content = center_.added()[0].content;
+  EXPECT_EQ(content.title + "|" + content.body + "|" + content.soundName, "Disk full|Free up space.|Basso");
+  EXPECT_TRUE(content.userInfo.is_null());
+  ASSERT_EQ(NotifyClickJournal::read().size(), 1u);
+  EXPECT_EQ(NotifyClickJournal::read()[0].token, std::nullopt);
+
+  center_.editScript([&](auto& s) { s.status = 1; });
+  captureStderr();
+  postNotification("Microphone disconnected", "b", "Basso", [&] { handedOver.signal(); });
+  ASSERT_TRUE(handedOver.wait(5));
+  EXPECT_EQ(stderrText(), "notify: skipped (auth=denied)\n");
+  EXPECT_EQ(center_.added().size(), 1u);
 }
 
 TEST_F(Posting, MeetingPromptGetsItsOwnCategoryAndAnExpiry) {

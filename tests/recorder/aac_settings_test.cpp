@@ -16,15 +16,12 @@ using test::LogCapture;
 TEST(AACSettings, SnapsRatesAndChannelsOntoWhatTheEncoderTakes) {
   const struct {
     double in, out;
-  } rates[] = {{96000, 48000},  {192000, 48000},       {50000, 48000},
-               {48000, 48000},  {45000, 44100},        {44100, 44100},
-               {22050, 22050},  {7000, 8000},          {0, 48000},
-               {-44100, 48000}, {std::nan(""), 48000}, {std::numeric_limits<double>::infinity(), 48000}};
+  } rates[] = {{96000, 48000}, {45000, 44100}, {22050, 22050}, {7000, 8000}, {-44100, 48000}, {std::nan(""), 48000}};
   for (const auto& c : rates) EXPECT_EQ(aacSampleRate(c.in), c.out) << c.in;
   const struct {
     uint32_t in;
     int out;
-  } channels[] = {{6, 2}, {2, 2}, {1, 1}, {0, 1}};
+  } channels[] = {{6, 2}, {1, 1}, {0, 1}};
   for (const auto& c : channels) EXPECT_EQ(aacChannelCount(c.in), c.out) << c.in;
 
   const platform::AudioOutputSettings s = aacOutputSettings(96000, 6, 128000);
@@ -42,11 +39,6 @@ TEST(AACSettings, CandidatesDescendToTheFloorThenTheStereoBackstop) {
       (std::vector<C>{
           {44100, 1}, {32000, 1}, {24000, 1}, {22050, 1}, {16000, 1}, {12000, 1}, {11025, 1}, {8000, 1}, {48000, 2}}));
   EXPECT_EQ(aacSettingsCandidates(7000, 2), (std::vector<C>{{8000, 2}, {48000, 2}}));
-  for (double rate : {192000.0, 96000.0, 45000.0, 0.0}) {
-    auto list = aacSettingsCandidates(rate, 6);
-    EXPECT_EQ(list.front().rate, aacSampleRate(rate));
-    for (const auto& c : list) EXPECT_LE(c.rate, 48000);
-  }
 }
 
 struct BuildCase {
@@ -58,9 +50,8 @@ struct BuildCase {
 };
 
 TEST(AACWriterInput, BuildsRealTimeInputsAndFlagsClamping) {
-  const BuildCase cases[] = {{96000, 2, 48000, 2, true},  {192000, 2, 48000, 2, true}, {45000, 2, 44100, 2, true},
-                             {0, 2, 48000, 2, true},      {48000, 0, 48000, 1, true},  {48000, 6, 48000, 2, true},
-                             {48000, 2, 48000, 2, false}, {44100, 2, 44100, 2, false}};
+  const BuildCase cases[] = {
+      {45000, 2, 44100, 2, true}, {48000, 6, 48000, 2, true}, {48000, 2, 48000, 2, false}, {44100, 2, 44100, 2, false}};
   for (const auto& c : cases) {
     auto writer =
         std::make_shared<sim::SimAssetWriter>("x", platform::MediaTime{}, std::make_shared<sim::SimWriterScript>());

@@ -11,8 +11,7 @@ TEST(FormatDouble, RendersRatesLikeTheLogReadersExpect) {
   struct Case {
     double in;
     const char* out;
-  } cases[] = {{48000, "48000.0"}, {44100.5, "44100.5"}, {0, "0.0"},        {7999, "7999.0"},
-               {-1, "-1.0"},       {1.9, "1.9"},         {2147483647, "2147483647.0"}};
+  } cases[] = {{48000, "48000.0"}, {44100.5, "44100.5"}, {-1, "-1.0"}, {2147483647, "2147483647.0"}};
   for (const auto& c : cases) EXPECT_EQ(formatDouble(c.in), c.out) << c.in;
 }
 
