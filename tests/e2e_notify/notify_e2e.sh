@@ -1,8 +1,9 @@
 #!/bin/bash
-# End to end: the real executable against a real notification service (dunst
-# on Xvfb) on a private session bus. Clicks are made the way a user's would
-# reach the program: dunst's own "action" command for a body click and its
-# context menu (through a stub menu program) for an action button.
+# End to end: the real executable against real notification services (dunst,
+# then xfce4-notifyd, on Xvfb) on a private session bus, with dbus-monitor as
+# the witness of what was asked of them. Clicks are made the way a user's
+# would reach the program: dunst's own "action" command for a body click and
+# its context menu (through a stub menu program) for an action button.
 #
 # usage: notify_e2e.sh /path/to/audio-capture
 # Exit 77 (skipped) when the desktop tools are not installed.
@@ -62,7 +63,14 @@ post "Title" "Body" /tmp/a.md || fail "note banner shown"
 dunstctl action 0
 check "xdg-open got the note link" wait_until 5 file_has "$WORK/xdg-open.log" "obsidian://open?path=%2Ftmp%2Fa.md"
 check "the poster exits once its click is handled" exited_within 5 $poster
-dunstctl close-all
+check "the clicked (resident) banner was closed" banners_are 0
+
+echo "# the poster leaves with its banner"
+post "Closed by hand" "Body" /tmp/c.md
+dunstctl close
+start=$(date +%s%N)
+check "the poster exits within 2 s of its banner closing" exited_within 2 $poster
+echo "  (poster gone $(( ($(date +%s%N) - start) / 1000000 )) ms after the close)"
 
 echo "# journal and state files"
 check "journal is compact JSON of version 1" python3 -c '
@@ -99,7 +107,7 @@ dunstctl close-all
 
 echo "# silence warning snooze runs the silence-ignore script"
 marker=TRANSCRIPT_PENDING_1792530208_4242
-post "Recording auto-stops in 60s" "Make a sound to keep recording." "vela-app:ignore-silence:$marker" ||
+post "Recording auto-stops in 60s" "Make a sound to keep recording." "vela-app:ignore-silence:$marker" Basso ||
   fail "silence warning shown"
 pick vela.silence:snooze-10
 check "silence-ignore script got the marker and the minutes" wait_until 5 file_has "$WORK/silence.log" "$marker 10"
@@ -118,6 +126,7 @@ post "A note" "Not a prompt" /tmp/b.md
 note=$poster
 out=$("$BIN" --withdraw-meeting-prompt "--before=$bound" 2>&1)
 check "withdraw took back the older prompt only ($out)" test "$out" = "notify: withdraw — took back 1 meeting prompt(s)"
+check "the withdrawn prompt's poster is gone" exited_within 2 $old
 check "the newer prompt and the note stay on screen" wait_until 5 banners_are 2
 out=$("$BIN" --withdraw-meeting-prompt 2>&1)
 check "withdraw without a bound takes the rest ($out)" test "$out" = "notify: withdraw — took back 1 meeting prompt(s)"
@@ -158,6 +167,51 @@ check "registry still decodes and lists every burst banner" python3 -c '
 import json,sys; d=json.load(open(sys.argv[1])); titles=[r["title"] for r in d["rows"]]
 assert all(("Burst %d" % i) in titles for i in range(1,13)), titles' "$STATE/linux-notifications.json"
 check "every burst banner is on screen" banners_are 12
+
+echo "# what each kind of banner asked of the service"
+hints="sound-name=message-new-instant,desktop-entry=com.quorlan.vela.audio-capture"
+while IFS='|' read -r title want; do
+  got=$(sent_for "$title" | head -1)
+  check "$title: $got" sh -c "printf '%s' \"\$1\" | grep -qxE -- \"\$2\"" _ "$got" "$want"
+done <<EOF
+Title|default\|$hints,resident=true\|0
+Recording saved|default\|$hints,resident=true\|0
+Meeting starting|default,vela\.act:start,vela\.act:tpl:[0-9a-f]{32}:t1,vela\.act:tpl:[0-9a-f]{32}:t2\|$hints,resident=true\|71[0-9]{5}
+Recording auto-stops in 60s|vela\.silence:snooze-5,vela\.silence:snooze-10,vela\.silence:snooze-15,vela\.silence:ignore\|sound-name=dialog-warning,desktop-entry=com\.quorlan\.vela\.audio-capture,resident=true\|0
+Burst 1|\|$hints\|-1
+EOF
+
+echo "# xfce4-notifyd: a prompt outlives the service's own timeout, a plain banner does not"
+use_xfce || fail "xfce4-notifyd came up"
+expirations() {  # NotificationClosed with reason 1, "expired"
+  awk '/member=NotificationClosed/ { getline; getline; if ($2 == 1) n++ } END { print n + 0 }' "$WORK/witness.log"
+}
+expired() { [ "$(expirations)" -ge "$1" ]; }
+before=$(expirations)
+"$BIN" --notify "Plain on xfce" "Body" 2>>"$WORK/notify.err" &
+"$BIN" --notify "Prompt on xfce" "Record it?" vela-app:record-start --meeting-prompt 2>>"$WORK/notify.err" &
+prompt=$!
+start=$SECONDS
+check "the plain banner expired on the service's timeout" wait_until 30 expired $((before + 1))
+echo "  (plain banner expired after about $((SECONDS - start)) s)"
+sleep 3
+check "the prompt did not expire" test "$(expirations)" = $((before + 1))
+check "the prompt's poster still waits for it" kill -0 $prompt
+kill $prompt
+
+echo "# no notification service: every mode answers at once"
+kill "$service"
+wait_until 5 sh -c "! dbus-send --session --print-reply --dest=org.freedesktop.DBus / \
+  org.freedesktop.DBus.NameHasOwner string:org.freedesktop.Notifications | grep -q true"
+for mode in --notif-auth-status --request-notif-auth "--notify T B /tmp/a.md"; do
+  start=$(date +%s%N)
+  out=$(timeout 10 "$BIN" $mode 2>&1)
+  ms=$(( ($(date +%s%N) - start) / 1000000 ))
+  # --notify ends its skipped post after the fixed 1 s exit delay.
+  limit=1000; [[ $mode == --notify* ]] && limit=2000
+  check "$mode answered in $ms ms" test "$ms" -lt "$limit"
+done
+check "--notify said why it posted nothing" sh -c "printf '%s' \"\$1\" | grep -q 'notify: skipped (auth=unknown)'" _ "$out"
 
 if ((failures)); then
   echo "--- notify stderr"; cat "$WORK/notify.err" "$WORK/burst.err" 2>/dev/null
