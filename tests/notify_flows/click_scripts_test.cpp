@@ -1,4 +1,7 @@
 #include <signal.h>
+#include <sys/stat.h>
+
+#include <filesystem>
 
 #include "notify/record_start_script.h"
 #include "notify/silence_ignore_script.h"
@@ -51,12 +54,35 @@ TEST_F(ClickScripts, HungSilenceScriptIsTerminatedThenKilled) {
   }
 }
 
-TEST_F(ClickScripts, SilenceClickWithoutAScriptSettlesAtOnce) {
-  int settled = 0;
-  captureStderr();
-  ignoreSilenceFromNotifyClick(kMarker, 5, [&] { ++settled; });
-  EXPECT_EQ(stderrText(), "notify: no silence-ignore script to run\n");
-  EXPECT_EQ(settled, 1);
+// A script that another user could have planted is as good as none.
+TEST_F(ClickScripts, SilenceClickWithoutATrustedScriptSettlesAtOnce) {
+  const std::string res = home_ + "/res", script = res + "/lib/silence-ignore.sh";
+  struct Case {
+    const char* what;
+    int scriptMode, libMode;  // 0: no script
+    std::string said;
+  };
+  const Case cases[] = {
+      {"no script", 0, 0, ""},
+      {"world-writable script", 0777, 0755, "notify: not running " + script + " — " + script},
+      {"group-writable directory", 0755, 0775, "notify: not running " + script + " — " + res + "/lib"},
+  };
+  desk_.setBundlePath(res + "/audio-capture-src/Vela.app");
+  for (const auto& c : cases) {
+    std::filesystem::remove_all(res);
+    if (c.scriptMode) {
+      writeFile(script, "#!/bin/sh\ntouch " + home_ + "/ran\n", true);
+      ::chmod(script.c_str(), c.scriptMode);
+      ::chmod((res + "/lib").c_str(), c.libMode);
+    }
+    int settled = 0;
+    captureStderr();
+    ignoreSilenceFromNotifyClick(kMarker, 5, [&] { ++settled; });
+    std::string said = c.said.empty() ? "" : c.said + " can be changed by other users\n";
+    EXPECT_EQ(stderrText(), said + "notify: no silence-ignore script to run\n") << c.what;
+    EXPECT_EQ(settled, 1) << c.what;
+    EXPECT_FALSE(std::filesystem::exists(home_ + "/ran")) << c.what;
+  }
 }
 
 TEST_F(ClickScripts, SilenceClickRunsTheScriptBesideTheBundleInsideABudget) {
