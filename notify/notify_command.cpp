@@ -69,6 +69,12 @@ void NotifyDelegate::didClose(const std::string&) {
   if (closed_) dispatchMain(closed_);
 }
 
+void NotifyDelegate::didActivate(const std::string& requestIdentifier, const std::string& actionIdentifier) {
+  dispatchMain([requestIdentifier, actionIdentifier, done = done_, claim = claim_] {
+    routeActivatedClick(requestIdentifier, actionIdentifier, done, claim);
+  });
+}
+
 NotifyDelegate& installNotifyDelegate(std::function<void()> done, std::function<bool()> claim,
                                       std::function<void()> closed) {
   // The centre keeps a bare pointer: every delegate ever installed lives as

@@ -53,6 +53,7 @@ class NotifyDelegate final : public platform::NotificationDelegate {
   void willPresent(std::function<void(bool banner, bool sound)> completion) override;
   void didReceive(const platform::NotificationResponse& response, std::function<void()> completion) override;
   void didClose(const std::string& requestIdentifier) override;
+  void didActivate(const std::string& requestIdentifier, const std::string& actionIdentifier) override;
 
  private:
   std::function<void()> done_;

@@ -91,6 +91,10 @@ class NotificationDelegate {
   // expired, withdrawn), where the centre can tell; after any response it
   // gave rise to.
   virtual void didClose(const std::string& /*requestIdentifier*/) {}
+  // A click that the desktop names by its banner's request identifier and
+  // the action, reaching this process whichever process posted the banner
+  // (so it carries no content; the journal knows the banner).
+  virtual void didActivate(const std::string& /*requestIdentifier*/, const std::string& /*actionIdentifier*/) {}
 };
 
 class NotificationCenter {
@@ -112,6 +116,10 @@ class NotificationCenter {
   // Whether clicking a banner after its poster has exited relaunches this
   // program (with no arguments), so that a bare launch may be a click.
   virtual bool relaunchesProgramOnClick() const { return true; }
+  // Where the desktop starts (or reaches) the program with the clicked
+  // banner named, makes this process the one those clicks go to (they
+  // arrive as didActivate) and returns true; false elsewhere.
+  virtual bool receiveActivations() { return false; }
 };
 
 }  // namespace ac::platform

@@ -13,7 +13,7 @@ packages=(
   # tests and demo: a private sound server, test audio, media probing
   pulseaudio pulseaudio-utils sox espeak-ng ffmpeg
   # tests and demo: a headless desktop session with a notification service
-  dunst xfce4-notifyd xvfb xdotool libnotify-bin dbus dbus-bin dbus-x11 python3
+  dunst xfce4-notifyd xvfb xdotool libnotify-bin dbus dbus-bin dbus-x11 python3 python3-dbus python3-gi
   # plots of measurements; flock and process tools used by the scripts
   gnuplot-nox util-linux procps
 )

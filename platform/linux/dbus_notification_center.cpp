@@ -1,12 +1,14 @@
 #include "platform/linux/dbus_notification_center.h"
 
 #include <algorithm>
+#include <atomic>
 #include <map>
 #include <set>
 #include <memory>
 #include <mutex>
 
 #include "platform/linux/backends.h"
+#include "platform/linux/dbus_application.h"
 #include "platform/linux/dbus_notification_registry.h"
 #include "platform/linux/dbus_session.h"
 #include "support/dispatch.h"
@@ -167,7 +169,22 @@ class DBusNotificationCenter final : public NotificationCenter {
         }
       }
     }
-    withCapabilities([=, this, content = NotificationContent(content)](const std::vector<std::string>& caps) mutable {
+    withService([=, this](std::optional<Error> error, bool gtk) {
+      if (error) return completion(*error);
+      if (gtk) {
+        return session_->call(gtkAddNotification(kDesktopEntryName, identifier, content, actions),
+                              [=, this](DBusMessage* reply, const std::string& errorName, const std::string& errorMessage) {
+                                onAdded(reply, errorName, errorMessage, identifier, content, 0, false, completion);
+                              });
+      }
+      postToNotifications(identifier, content, actions, customDismiss, completion);
+    });
+  }
+
+  void postToNotifications(const std::string& identifier, const NotificationContent& original,
+                           std::vector<NotificationAction> actions, bool customDismiss,
+                           const std::function<void(std::optional<Error>)>& completion) {
+    withCapabilities([=, this, content = original](const std::vector<std::string>& caps) mutable {
       auto has = [&](const char* cap) { return std::find(caps.begin(), caps.end(), cap) != caps.end(); };
       if (!has("actions") && (!actions.empty() || !content.defaultActionTitle.empty())) {
         static std::once_flag once;
@@ -185,11 +202,11 @@ class DBusNotificationCenter final : public NotificationCenter {
   }
 
   void getDelivered(std::function<void(std::vector<DeliveredNotification>)> completion) override {
-    withServiceOwner([this, completion](const std::optional<std::string>& maybeOwner) {
+    withServiceOwner([this, completion](const std::optional<std::string>& maybeOwner, bool gtk) {
       // No service: the centre did not answer (which is not "none shown").
       if (!maybeOwner) return;
       std::string owner = *maybeOwner;
-      withClosedHistory([this, owner, completion](const std::set<uint32_t>& closed) {
+      withClosedHistory(gtk, [this, owner, completion](const std::set<uint32_t>& closed) {
         dispatchGlobal([this, owner, closed, completion] {
           // Rows shown by an earlier instance of the service died with it;
           // rows the service lists as closed are gone too.
@@ -219,15 +236,16 @@ class DBusNotificationCenter final : public NotificationCenter {
     for (auto& r : registry_.rows())
       if (wanted(r)) rows.push_back(r);
     auto done = std::make_shared<Semaphore>();
-    withServiceOwner([this, rows, done](const std::optional<std::string>& owner) {
+    withServiceOwner([this, rows, done](const std::optional<std::string>& owner, bool gtk) {
       if (!owner) return done->signal();
       // An id from another instance of the service may name someone else's
       // banner now: only close what the current instance showed.
       for (const auto& r : rows) {
         if (r.server != *owner) continue;
-        DBusMessage* m = notificationsCall("CloseNotification");
+        DBusMessage* m = gtk ? gtkRemoveNotification(kDesktopEntryName, r.requestIdentifier)
+                             : notificationsCall("CloseNotification");
         dbus_uint32_t id = r.serverID;
-        dbus_message_append_args(m, DBUS_TYPE_UINT32, &id, DBUS_TYPE_INVALID);
+        if (!gtk) dbus_message_append_args(m, DBUS_TYPE_UINT32, &id, DBUS_TYPE_INVALID);
         session_->call(m, [](DBusMessage*, const std::string&, const std::string&) {});
       }
       // Replies come back in order: a final round trip means every close
@@ -249,6 +267,19 @@ class DBusNotificationCenter final : public NotificationCenter {
   }
 
   bool relaunchesProgramOnClick() const override { return false; }
+
+  bool receiveActivations() override {
+    auto gtk = std::make_shared<Semaphore>();
+    auto uses = std::make_shared<std::atomic<bool>>(false);
+    withService([gtk, uses](std::optional<Error> error, bool viaGtk) {
+      *uses = !error && viaGtk;
+      gtk->signal();
+    });
+    if (!gtk->wait(kRemovalPatienceSeconds) || !*uses) return false;
+    return exportApplication(*session_, kDesktopEntryName, [this](const std::string& request, const std::string& action) {
+      if (NotificationDelegate* delegate = currentDelegate()) delegate->didActivate(request, action);
+    });
+  }
 
  private:
   struct Posted {
@@ -281,40 +312,65 @@ class DBusNotificationCenter final : public NotificationCenter {
     });
   }
 
-  // Runs next with the unique name that owns the service now, or with
-  // nothing when the service is not on the bus.
-  void withServiceOwner(std::function<void(const std::optional<std::string>&)> next) {
-    if (!session_) return next(std::nullopt);
-    DBusMessage* m = busCall("GetNameOwner");
-    const char* name = kNotificationsService;
-    dbus_message_append_args(m, DBUS_TYPE_STRING, &name, DBUS_TYPE_INVALID);
-    session_->call(m, [next](DBusMessage* reply, const std::string&, const std::string&) {
-      DBusMessageIter it;
-      std::string owner;
-      if (reply && dbus_message_iter_init(reply, &it) && dbus_args::readString(&it, owner)) return next(owner);
-      next(std::nullopt);
+  // Runs next with the unique name that owns the service in use now, or
+  // with nothing when no service is on the bus.
+  void withServiceOwner(std::function<void(const std::optional<std::string>&, bool gtk)> next) {
+    withService([this, next](std::optional<Error> error, bool gtk) {
+      if (error) return next(std::nullopt, false);
+      DBusMessage* m = busCall("GetNameOwner");
+      const char* name = gtk ? kGtkNotificationsService : kNotificationsService;
+      dbus_message_append_args(m, DBUS_TYPE_STRING, &name, DBUS_TYPE_INVALID);
+      session_->call(m, [next, gtk](DBusMessage* reply, const std::string&, const std::string&) {
+        DBusMessageIter it;
+        std::string owner;
+        if (reply && dbus_message_iter_init(reply, &it) && dbus_args::readString(&it, owner)) return next(owner, gtk);
+        next(std::nullopt, gtk);
+      });
     });
   }
 
-  // Calls done with nothing once the service answered, or with what is
-  // missing. The bus itself answers for a name nobody owns and nothing can
+  // Runs next with nothing once a service answered, or with what is
+  // missing; `gtk` when banners go to org.gtk.Notifications (asked once, and
+  // preferred: there a click after the poster exited still reaches the
+  // program). The bus itself answers for a name nobody owns and nothing can
   // start, so this never waits for a service that is not there.
-  void reachService(std::function<void(std::optional<Error>)> done) {
+  void withService(std::function<void(std::optional<Error>, bool gtk)> next) {
     if (!session_) {
       sayNoSessionBusOnce();
-      return done(noSessionBus());
+      return next(noSessionBus(), false);
     }
-    session_->call(notificationsCall("GetServerInformation"),
-                   [done](DBusMessage* reply, const std::string& errorName, const std::string& errorMessage) {
-                     if (reply) return done(std::nullopt);
-                     done(unreachable(errorName, errorMessage));
-                   });
+    session_->post([this, next = std::move(next)](DBusConnection*) mutable {
+      if (gtk_ && *gtk_) return next(std::nullopt, true);
+      auto fallBack = [this, next] {
+        session_->call(notificationsCall("GetServerInformation"),
+                       [next](DBusMessage* reply, const std::string& errorName, const std::string& errorMessage) {
+                         if (reply) return next(std::nullopt, false);
+                         next(unreachable(errorName, errorMessage), false);
+                       });
+      };
+      if (gtk_) return fallBack();
+      DBusMessage* m = busCall("NameHasOwner");
+      const char* name = kGtkNotificationsService;
+      dbus_message_append_args(m, DBUS_TYPE_STRING, &name, DBUS_TYPE_INVALID);
+      session_->call(m, [this, next, fallBack](DBusMessage* reply, const std::string&, const std::string&) {
+        dbus_bool_t owned = FALSE;
+        if (reply) dbus_message_get_args(reply, nullptr, DBUS_TYPE_BOOLEAN, &owned, DBUS_TYPE_INVALID);
+        gtk_ = owned != FALSE;
+        if (*gtk_) return next(std::nullopt, true);
+        fallBack();
+      });
+    });
+  }
+
+  void reachService(std::function<void(std::optional<Error>)> done) {
+    withService([done](std::optional<Error> error, bool) { done(std::move(error)); });
   }
 
   // Runs next with the ids of banners the service says it has closed. Only
   // some services can tell (dunst keeps a history of closed banners); for
   // the others the set is empty and nothing is assumed.
-  void withClosedHistory(std::function<void(const std::set<uint32_t>&)> next) {
+  void withClosedHistory(bool gtk, std::function<void(const std::set<uint32_t>&)> next) {
+    if (gtk) return next({});
     DBusMessage* m = dbus_message_new_method_call(kNotificationsService, kNotificationsPath, "org.dunstproject.cmd0",
                                                   "NotificationListHistory");
     session_->call(m, [next](DBusMessage* reply, const std::string&, const std::string&) {
@@ -362,8 +418,21 @@ class DBusNotificationCenter final : public NotificationCenter {
       completion(unreachable(errorName, errorMessage));
       return;
     }
+    onAdded(reply, identifier, content, serverID, customDismiss, completion);
+  }
+
+  // Lists a banner the service took (id 0 where the service numbers none).
+  void onAdded(DBusMessage* reply, const std::string& errorName, const std::string& errorMessage,
+               const std::string& identifier, const NotificationContent& content, uint32_t serverID,
+               bool customDismiss, const std::function<void(std::optional<Error>)>& completion) {
+    if (!reply) return completion(unreachable(errorName, errorMessage));
+    onAdded(reply, identifier, content, serverID, customDismiss, completion);
+  }
+
+  void onAdded(DBusMessage* reply, const std::string& identifier, const NotificationContent& content,
+               uint32_t serverID, bool customDismiss, const std::function<void(std::optional<Error>)>& completion) {
     std::string server = dbus_message_get_sender(reply) ? dbus_message_get_sender(reply) : "";
-    posted_[serverID] = Posted{identifier, server, content, customDismiss, false};
+    if (serverID != 0) posted_[serverID] = Posted{identifier, server, content, customDismiss, false};
     RegistryRow row{identifier, server, serverID, content, wallSeconds()};
     // The row is on disk before the add completes, so a delivered query
     // right after the add already lists it.
@@ -435,6 +504,7 @@ class DBusNotificationCenter final : public NotificationCenter {
   // Session thread only.
   std::map<uint32_t, Posted> posted_;
   std::optional<std::vector<std::string>> capabilities_;
+  std::optional<bool> gtk_;
 };
 
 }  // namespace

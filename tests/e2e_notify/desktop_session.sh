@@ -38,6 +38,8 @@ start_desktop() {
   WORK=$(mktemp -d "${TMPDIR:-/tmp}/ac-notify-e2e.XXXXXX")
   export HOME="$WORK/home"
   mkdir -p "$HOME" "$WORK/bin"
+  # Before the bus starts: programs it starts on demand inherit the stubs.
+  export PATH="$WORK/bin:$PATH"
   unset XDG_RUNTIME_DIR XDG_DATA_HOME XDG_DATA_DIRS VELA_STATE_DIR
 
   # -displayfd picks a free display number and tells it once it is ready.
@@ -71,7 +73,6 @@ EOF
   # dunst pipes its context menu through "dmenu"; the stub answers with the
   # line of the action named in want-action.
   write_stub pick-action "cat >'$WORK/dmenu.in'; grep -F \",\$(cat '$WORK/want-action')]\" '$WORK/dmenu.in' | head -1"
-  export PATH="$WORK/bin:$PATH"
 
   mkdir -p "$HOME/.local/share/applications"
   printf '[Desktop Entry]\nType=Application\nName=Vela\nExec=vela-companion %%U\n' \
@@ -104,6 +105,22 @@ use_xfce() {
   service=$!
   desktop_pids+=($service)
   service_up
+}
+
+# Replaces the service by the stand-in for GNOME Shell (org.gtk.Notifications);
+# a click starts the program from $WORK/services when nothing holds its name.
+use_gnome_standin() {  # use_gnome_standin EXECUTABLE
+  kill "$service" 2>/dev/null
+  printf '[D-BUS Service]\nName=com.quorlan.vela.audio-capture\nExec=%s\n' "$1" \
+    >"$WORK/services/com.quorlan.vela.audio-capture.service"
+  /usr/bin/python3 "$(dirname "${BASH_SOURCE[0]}")/gtk_notifications_standin.py" >"$WORK/shell.log" 2>&1 &
+  service=$!
+  desktop_pids+=($service)
+  wait_until 10 grep -qs ready "$WORK/shell.log"
+}
+shell_click() {  # shell_click REQUEST-ID [ACTION]
+  dbus-send --session --print-reply --dest=org.gtk.Notifications /org/gtk/Notifications \
+    test.Desktop.Click string:com.quorlan.vela.audio-capture "string:$1" "string:${2:-}" >/dev/null
 }
 
 # What the witness saw posted under a title: "actions|hints|expire_timeout"

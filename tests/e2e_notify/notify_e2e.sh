@@ -213,6 +213,34 @@ for mode in --notif-auth-status --request-notif-auth "--notify T B /tmp/a.md"; d
 done
 check "--notify said why it posted nothing" sh -c "printf '%s' \"\$1\" | grep -q 'notify: skipped (auth=unknown)'" _ "$out"
 
+echo "# GNOME: a click after the poster exited starts the program and routes through the journal"
+use_gnome_standin "$BIN" || fail "the GNOME stand-in came up"
+journal_id() {  # the request identifier journalled for a token
+  python3 -c 'import json,sys; print([e["id"] for e in json.load(open(sys.argv[1]))["entries"]
+    if e.get("token") == sys.argv[2]][-1])' "$STATE/notify-clicks.json" "$1"
+}
+"$BIN" --notify "Late note" "Body" /tmp/late.md 2>>"$WORK/notify.err" &
+wait_until 10 grep -q "added com.quorlan.vela.audio-capture" "$WORK/shell.log"
+kill $! && wait $! 2>/dev/null
+id=$(journal_id /tmp/late.md)
+shell_click "$id"
+check "the started program opened the note" wait_until 10 file_has "$WORK/xdg-open.log" "%2Ftmp%2Flate.md"
+shell_click "$id"
+sleep 2
+check "a second click opened nothing more" test "$(grep -c late.md "$WORK/xdg-open.log")" = 1
+"$BIN" --notify "Late prompt" "Record it?" vela-app:record-start --meeting-prompt 2>>"$WORK/notify.err" &
+wait_until 10 sh -c "grep -c 'added com.quorlan.vela.audio-capture' '$WORK/shell.log' | grep -qx 2"
+kill $! && wait $! 2>/dev/null
+python3 -c 'import json,sys; p=sys.argv[1]; d=json.load(open(p))
+for e in d["entries"]:
+    if "expires_at" in e: e["expires_at"] = 1000
+json.dump(d, open(p, "w"))' "$STATE/notify-clicks.json"
+: >"$WORK/record-start.log"
+shell_click "$(journal_id vela-app:record-start)"
+sleep 3
+check "an expired prompt clicked after exit is claimed and starts nothing" \
+  sh -c "! grep -q record-start '$STATE/notify-clicks.json' && test ! -s '$WORK/record-start.log'"
+
 if ((failures)); then
   echo "--- notify stderr"; cat "$WORK/notify.err" "$WORK/burst.err" 2>/dev/null
   echo "$failures check(s) failed"
