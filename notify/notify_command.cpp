@@ -164,7 +164,10 @@ std::optional<double> postNotifyBanner(const NotifyRequest& request) {
 
   auto delivered = deliveredNotificationIDs(center);
   NotifyClickJournal::recordPosted(identifier, token, added, delivered, wallSeconds(), expiresAt);
-  return clickToken ? notifyClickableLingerSeconds : notifyPlainLingerSeconds;
+  // Where a click reaches the program through a fresh activation, the
+  // poster has nothing to wait for.
+  bool waitsForClick = clickToken && !center.clicksArriveByActivation();
+  return waitsForClick ? notifyClickableLingerSeconds : notifyPlainLingerSeconds;
 }
 
 void runNotifyMainLoop() {

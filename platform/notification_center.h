@@ -120,6 +120,10 @@ class NotificationCenter {
   // banner named, makes this process the one those clicks go to (they
   // arrive as didActivate) and returns true; false elsewhere.
   virtual bool receiveActivations() { return false; }
+  // Whether banners this process has added are clicked through activation
+  // (receiveActivations in whichever process the desktop reaches), so that
+  // their poster never receives a click itself.
+  virtual bool clicksArriveByActivation() const { return false; }
 };
 
 }  // namespace ac::platform

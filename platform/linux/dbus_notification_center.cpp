@@ -172,6 +172,7 @@ class DBusNotificationCenter final : public NotificationCenter {
     withService([=, this](std::optional<Error> error, bool gtk) {
       if (error) return completion(*error);
       if (gtk) {
+        postedToGtk_ = true;
         return session_->call(gtkAddNotification(kDesktopEntryName, identifier, content, actions),
                               [=, this](DBusMessage* reply, const std::string& errorName, const std::string& errorMessage) {
                                 onAdded(reply, errorName, errorMessage, identifier, content, 0, false, completion);
@@ -267,6 +268,8 @@ class DBusNotificationCenter final : public NotificationCenter {
   }
 
   bool relaunchesProgramOnClick() const override { return false; }
+
+  bool clicksArriveByActivation() const override { return postedToGtk_; }
 
   bool receiveActivations() override {
     auto gtk = std::make_shared<Semaphore>();
@@ -505,6 +508,7 @@ class DBusNotificationCenter final : public NotificationCenter {
   std::map<uint32_t, Posted> posted_;
   std::optional<std::vector<std::string>> capabilities_;
   std::optional<bool> gtk_;
+  std::atomic<bool> postedToGtk_{false};
 };
 
 }  // namespace

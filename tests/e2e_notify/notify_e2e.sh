@@ -212,7 +212,7 @@ journal_id() {  # the request identifier journalled for a token
 }
 "$BIN" --notify "Late note" "Body" /tmp/late.md 2>>"$WORK/notify.err" &
 wait_until 10 grep -q "added com.quorlan.vela.audio-capture" "$WORK/shell.log"
-kill $! && wait $! 2>/dev/null
+check "the poster leaves at once: the click will start the program" exited_within 3 $!
 id=$(journal_id /tmp/late.md)
 shell_click "$id"
 check "the started program opened the note" wait_until 10 file_has "$WORK/xdg-open.log" "%2Ftmp%2Flate.md"
@@ -221,7 +221,7 @@ sleep 2
 check "a second click opened nothing more" test "$(grep -c late.md "$WORK/xdg-open.log")" = 1
 "$BIN" --notify "Late prompt" "Record it?" vela-app:record-start --meeting-prompt 2>>"$WORK/notify.err" &
 wait_until 10 sh -c "grep -c 'added com.quorlan.vela.audio-capture' '$WORK/shell.log' | grep -qx 2"
-kill $! && wait $! 2>/dev/null
+exited_within 3 $!
 python3 -c 'import json,sys; p=sys.argv[1]; d=json.load(open(p))
 for e in d["entries"]:
     if "expires_at" in e: e["expires_at"] = 1000
