@@ -1,5 +1,7 @@
 #include "notify/cold_route.h"
 
+#include <algorithm>
+
 #include "notify/awaited_answer.h"
 #include "notify/click_handling.h"
 #include "notify/notify_command.h"
@@ -25,6 +27,22 @@ void performRoutedEntry(const NotifyClickJournalEntry& entry, const std::functio
     return;
   }
   performNotifyClick(*clickTarget(resolved), then);
+}
+
+// Whether a claimed cold click goes on to route, saying why when it does not
+// or when the claim could not be written down.
+bool mayRoute(NotifyClickClaim claim) {
+  switch (claim) {
+    case NotifyClickClaim::lost:
+      writeStderr("notify: cold click already claimed by another launch\n");
+      return false;
+    case NotifyClickClaim::unrecorded:
+      writeStderr("notify: click claimed but the journal could not be updated — routing anyway\n");
+      return true;
+    case NotifyClickClaim::claimed:
+      return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -88,20 +106,27 @@ void routeColdClickFromJournal(platform::NotificationCenter& center, NotifyClick
         openCompanionAppOnRecordings();
         return;
       }
-      switch (NotifyClickJournal::claimSettle(resolution.entry, journal, delivered)) {
-        case NotifyClickClaim::lost:
-          writeStderr("notify: cold click already claimed by another launch\n");
-          return;
-        case NotifyClickClaim::unrecorded:
-          writeStderr("notify: click claimed but the journal could not be updated — routing anyway\n");
-          break;
-        case NotifyClickClaim::claimed:
-          break;
-      }
+      if (!mayRoute(NotifyClickJournal::claimSettle(resolution.entry, journal, delivered))) return;
       if (!onceRef->take()) return;
       performRoutedEntry(*resolution.entry, then);
     });
   });
+}
+
+void routeActivatedClick(const std::string& requestIdentifier, const std::string& actionIdentifier,
+                         const std::function<void()>& done, const std::function<bool()>& claim) {
+  NotifyClickJournalEntries journal = NotifyClickJournal::read();
+  auto entry = std::find_if(journal.begin(), journal.end(),
+                            [&](const NotifyClickJournalEntry& e) { return e.id == requestIdentifier; });
+  if (entry == journal.end()) {
+    writeStderr("notify: activated click names no journalled banner — nothing to route\n");
+    return;
+  }
+  // Settled as no longer delivered: the claim removes exactly this entry.
+  if (!mayRoute(NotifyClickJournal::claimSettle(*entry, {*entry}, std::vector<std::string>{}))) return;
+  platform::NotificationResponse response{requestIdentifier, actionIdentifier, {}};
+  if (entry->token) response.content.userInfo = NotifyClickPayload::make(*entry->token, entry->expiresAt);
+  handleResponse(response, nullptr, done, claim);
 }
 
 void runNotifyColdRoute() {
@@ -110,6 +135,13 @@ void runNotifyColdRoute() {
     exitProcess(0);
   }
   auto& center = platform::current().notifications();
+  static NotifyClickOnce once;
+  installNotifyDelegate(nullptr, [] { return once.take(); });
+  if (center.receiveActivations()) {
+    // The desktop names the clicked banner: it arrives through the delegate.
+    notifyExitAfter(notifyColdRouteLingerSeconds);
+    runNotifyMainLoop();
+  }
   if (!center.relaunchesProgramOnClick()) {
     // The journal is still kept by every post; only this relaunch path has
     // nothing to work from.
@@ -117,8 +149,6 @@ void runNotifyColdRoute() {
     exitProcess(0);
   }
   NotifyClickJournalEntries journal = NotifyClickJournal::read();
-  static NotifyClickOnce once;
-  installNotifyDelegate(nullptr, [] { return once.take(); });
   routeColdClickFromJournal(center, once, journal);
   notifyExitAfter(notifyColdRouteLingerSeconds);
   runNotifyMainLoop();

@@ -50,4 +50,11 @@ void routeColdClickFromJournal(platform::NotificationCenter& center, NotifyClick
                                const NotifyClickJournalEntries& journal,
                                const std::function<void()>& then = [] {});
 
+// A click the desktop names (main queue): the banner's journal entry is
+// claimed once across processes, then answered like a click delivered to
+// its poster (expiry, action folding, the claim). A banner the journal does
+// not hold, or one another launch claimed, routes nothing.
+void routeActivatedClick(const std::string& requestIdentifier, const std::string& actionIdentifier,
+                         const std::function<void()>& done, const std::function<bool()>& claim);
+
 }  // namespace ac::notify

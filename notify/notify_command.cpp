@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "notify/awaited_answer.h"
+#include "notify/banner_presentation.h"
 #include "notify/category_registry.h"
 #include "notify/click_handling.h"
 #include "notify/click_journal.h"
@@ -38,6 +39,10 @@ platform::NotificationContent makeNotifyContent(const std::string& title, const 
   content.soundName = notificationSound(soundName);
   if (clickToken) content.userInfo = NotifyClickPayload::make(*clickToken, expiresAt);
   if (categoryID) content.categoryIdentifier = *categoryID;
+  auto presentation = bannerPresentation(clickToken);
+  content.resident = presentation.resident;
+  content.defaultActionTitle = presentation.defaultActionTitle;
+  content.expiresAt = expiresAt.value_or(0);
   return content;
 }
 
@@ -49,8 +54,8 @@ std::string newRequestIdentifier() {
   return text;
 }
 
-NotifyDelegate::NotifyDelegate(std::function<void()> done, std::function<bool()> claim)
-    : done_(done ? std::move(done) : [] {}), claim_(std::move(claim)) {}
+NotifyDelegate::NotifyDelegate(std::function<void()> done, std::function<bool()> claim, std::function<void()> closed)
+    : done_(done ? std::move(done) : [] {}), claim_(std::move(claim)), closed_(std::move(closed)) {}
 
 void NotifyDelegate::willPresent(std::function<void(bool, bool)> completion) { completion(true, true); }
 
@@ -60,13 +65,24 @@ void NotifyDelegate::didReceive(const platform::NotificationResponse& response, 
   });
 }
 
-NotifyDelegate& installNotifyDelegate(std::function<void()> done, std::function<bool()> claim) {
+void NotifyDelegate::didClose(const std::string&) {
+  if (closed_) dispatchMain(closed_);
+}
+
+void NotifyDelegate::didActivate(const std::string& requestIdentifier, const std::string& actionIdentifier) {
+  dispatchMain([requestIdentifier, actionIdentifier, done = done_, claim = claim_] {
+    routeActivatedClick(requestIdentifier, actionIdentifier, done, claim);
+  });
+}
+
+NotifyDelegate& installNotifyDelegate(std::function<void()> done, std::function<bool()> claim,
+                                      std::function<void()> closed) {
   // The centre keeps a bare pointer: every delegate ever installed lives as
   // long as the process.
   static std::mutex mutex;
   static std::vector<std::unique_ptr<NotifyDelegate>> delegates;
   std::lock_guard lock(mutex);
-  delegates.push_back(std::make_unique<NotifyDelegate>(std::move(done), std::move(claim)));
+  delegates.push_back(std::make_unique<NotifyDelegate>(std::move(done), std::move(claim), std::move(closed)));
   platform::current().notifications().setDelegate(delegates.back().get());
   return *delegates.back();
 }
@@ -113,9 +129,10 @@ std::optional<double> postNotifyBanner(const NotifyRequest& request) {
     writeStderr("notify: unbundled process — skipping post\n");
     return std::nullopt;
   }
-  // Once its click has been handled, a warm poster has nothing left to wait
-  // for; the exit check still honours any handler in flight.
-  installNotifyDelegate([] { notifyExitAfter(notifyAfterClickLingerSeconds); });
+  // Once its click has been handled, or its banner has left the screen, a
+  // warm poster has nothing left to wait for; the exit check still honours
+  // any handler in flight.
+  installNotifyDelegate([] { notifyExitAfter(notifyAfterClickLingerSeconds); }, nullptr, [] { notifyExitAfter(0); });
 
   std::string auth = authorizationForPost(request.allowAuthRequest);
   if (!notifAuthDelivers(auth)) {
@@ -147,7 +164,10 @@ std::optional<double> postNotifyBanner(const NotifyRequest& request) {
 
   auto delivered = deliveredNotificationIDs(center);
   NotifyClickJournal::recordPosted(identifier, token, added, delivered, wallSeconds(), expiresAt);
-  return clickToken ? notifyClickableLingerSeconds : notifyPlainLingerSeconds;
+  // Where a click reaches the program through a fresh activation, the
+  // poster has nothing to wait for.
+  bool waitsForClick = clickToken && !center.clicksArriveByActivation();
+  return waitsForClick ? notifyClickableLingerSeconds : notifyPlainLingerSeconds;
 }
 
 void runNotifyMainLoop() {

@@ -31,7 +31,8 @@ bool notificationCenterUsable();
 std::string notificationSound(const std::optional<std::string>& name);
 
 // Title, body, sound; the click envelope as user info only when a token is
-// given (no token: no user info at all); the category when given.
+// given (no token: no user info at all); the category when given; the
+// presentation (banner_presentation.h) that follows from the token.
 platform::NotificationContent makeNotifyContent(const std::string& title, const std::string& body,
                                                 const std::optional<std::string>& soundName,
                                                 const std::optional<std::string>& clickToken,
@@ -45,18 +46,25 @@ class NotifyDelegate final : public platform::NotificationDelegate {
  public:
   // done: called once a click has been fully handled (default: nothing).
   // claim: whether this answer may act (default: every answer may).
-  explicit NotifyDelegate(std::function<void()> done = nullptr, std::function<bool()> claim = nullptr);
+  // closed: called on the main queue when a banner of this process has left
+  // the screen (default: nothing).
+  explicit NotifyDelegate(std::function<void()> done = nullptr, std::function<bool()> claim = nullptr,
+                          std::function<void()> closed = nullptr);
   void willPresent(std::function<void(bool banner, bool sound)> completion) override;
   void didReceive(const platform::NotificationResponse& response, std::function<void()> completion) override;
+  void didClose(const std::string& requestIdentifier) override;
+  void didActivate(const std::string& requestIdentifier, const std::string& actionIdentifier) override;
 
  private:
   std::function<void()> done_;
   std::function<bool()> claim_;
+  std::function<void()> closed_;
 };
 
 // Makes a delegate the current centre's, kept for the life of the process
 // (replacing any earlier one, which is kept alive too).
-NotifyDelegate& installNotifyDelegate(std::function<void()> done = nullptr, std::function<bool()> claim = nullptr);
+NotifyDelegate& installNotifyDelegate(std::function<void()> done = nullptr, std::function<bool()> claim = nullptr,
+                                      std::function<void()> closed = nullptr);
 
 struct NotifyRequest {
   std::string title;

@@ -8,6 +8,7 @@
 #include "notify/click_handling.h"
 #include "notify/notify_command.h"
 #include "notify/notify_modes.h"
+#include "notify/trusted_script.h"
 #include "notify/unicode_text.h"
 #include "support/dispatch.h"
 #include "support/log.h"
@@ -40,12 +41,8 @@ std::function<void()> finishOnMain(NotifyClickHandlerToken token, const std::fun
 }  // namespace
 
 std::optional<std::string> recordStartScriptPath() {
-  for (const std::string& candidate : {homeDirectory() + "/.local/bin/vela-record-start",
-                                       companionResourcesDirectory() + "/bin/record-start",
-                                       std::string(recordStartScriptFallback)}) {
-    if (isExecutableFile(candidate)) return candidate;
-  }
-  return std::nullopt;
+  return trustedScript({homeDirectory() + "/.local/bin/vela-record-start",
+                        companionResourcesDirectory() + "/bin/record-start", recordStartScriptFallback});
 }
 
 void echoRecordStartCapture(std::string_view text) {

@@ -16,7 +16,8 @@ namespace ac::notify {
 inline constexpr const char* recordStartScriptFallback = "/Applications/Vela.app/Contents/Resources/vela/bin/record-start";
 
 // ~/.local/bin/vela-record-start, then "bin/record-start" two levels above
-// this bundle, then the installed app's; the first executable one.
+// this bundle, then the installed app's; the first executable one, if only
+// this user or root can change it (trusted_script.h).
 std::optional<std::string> recordStartScriptPath();
 
 // Runs the script and waits at most `wait` seconds (blocking). A script

@@ -2,6 +2,7 @@
 
 #include "notify/click_handling.h"
 #include "notify/silence_warning.h"
+#include "notify/trusted_script.h"
 #include "support/dispatch.h"
 #include "support/log.h"
 #include "support/spawn.h"
@@ -13,11 +14,7 @@ constexpr double kStopGraceSeconds = 1.0;
 }
 
 std::optional<std::string> silenceIgnoreScriptPath() {
-  for (const std::string& candidate :
-       {companionResourcesDirectory() + "/lib/silence-ignore.sh", std::string(silenceIgnoreScriptFallback)}) {
-    if (isExecutableFile(candidate)) return candidate;
-  }
-  return std::nullopt;
+  return trustedScript({companionResourcesDirectory() + "/lib/silence-ignore.sh", silenceIgnoreScriptFallback});
 }
 
 std::string runSilenceIgnoreScript(const std::string& script, const std::string& marker,

@@ -13,7 +13,8 @@ inline constexpr const char* silenceIgnoreScriptFallback =
     "/Applications/Vela.app/Contents/Resources/vela/lib/silence-ignore.sh";
 
 // "lib/silence-ignore.sh" two levels above this bundle, else the installed
-// app's; nothing when neither is executable.
+// app's; nothing when neither is executable, or when the first executable
+// one can be changed by other users (trusted_script.h).
 std::optional<std::string> silenceIgnoreScriptPath();
 
 // Runs the script (blocking) and returns the one-line outcome: "ignored",

@@ -17,7 +17,7 @@ packages=(
   # tests: the recording as other tools read it (GStreamer with an AAC decoder, mediainfo, a tagger)
   gstreamer1.0-tools gstreamer1.0-plugins-good gstreamer1.0-plugins-base-apps gstreamer1.0-libav mediainfo atomicparsley
   # tests and demo: a headless desktop session with a notification service
-  dunst xvfb xdotool libnotify-bin dbus dbus-bin dbus-x11 python3
+  dunst xfce4-notifyd xvfb xdotool libnotify-bin dbus dbus-bin dbus-x11 python3 python3-dbus python3-gi
   # plots of measurements; flock and process tools used by the scripts
   gnuplot-nox util-linux procps
 )

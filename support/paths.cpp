@@ -34,6 +34,36 @@ std::string lastPathComponent(std::string_view path) {
   return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
 }
 
+namespace {
+
+std::optional<std::string> changeableOnTheWay(std::string path) {
+  const uid_t me = ::geteuid();
+  bool leaf = true;
+  for (;;) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) return path;
+    bool othersWrite = (st.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    bool stickyDirectory = S_ISDIR(st.st_mode) && (st.st_mode & S_ISVTX);
+    if ((st.st_uid != me && st.st_uid != 0) || (othersWrite && (leaf || !stickyDirectory))) return path;
+    if (path == "/") return std::nullopt;
+    size_t slash = path.rfind('/');
+    path = slash == 0 ? "/" : path.substr(0, slash);
+    leaf = false;
+  }
+}
+
+}  // namespace
+
+std::optional<std::string> changeableByOthers(const std::string& path) {
+  if (path.empty() || path[0] != '/') return path;
+  if (auto problem = changeableOnTheWay(path)) return problem;
+  char* real = ::realpath(path.c_str(), nullptr);
+  if (!real) return path;
+  std::string resolved = real;
+  std::free(real);
+  return resolved == path ? std::nullopt : changeableOnTheWay(resolved);
+}
+
 std::string errnoText(int err) {
   char buf[256];
 #if defined(__GLIBC__) && defined(_GNU_SOURCE)

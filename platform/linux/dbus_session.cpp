@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "support/dispatch.h"
+#include "support/log.h"
 
 namespace ac::platform::linux_backend {
 namespace {
@@ -66,6 +67,11 @@ void onPendingReply(DBusPendingCall* pending, void* data) {
 void freeHandler(void* data) { delete static_cast<DBusSession::ReplyHandler*>(data); }
 
 }  // namespace
+
+void sayNoSessionBusOnce() {
+  static std::once_flag once;
+  std::call_once(once, [] { writeStderr(std::string("notify: ") + kNoSessionBusText + "\n"); });
+}
 
 DBusSession* DBusSession::shared() {
   static DBusSession* session = []() -> DBusSession* {

@@ -23,6 +23,12 @@
 
 namespace ac::platform::linux_backend {
 
+// What a notify path says when shared() has no connection.
+inline constexpr const char* kNoSessionBusText =
+    "no session bus (DBUS_SESSION_BUS_ADDRESS is unset and $XDG_RUNTIME_DIR/bus is missing)";
+// Writes "notify: " + kNoSessionBusText once per process.
+void sayNoSessionBusOnce();
+
 class DBusSession {
  public:
   // Called with the reply, or with nullptr and the error name and message.

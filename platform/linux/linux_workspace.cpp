@@ -111,9 +111,12 @@ std::string executablePath() {
 
 class LinuxWorkspace final : public Workspace {
  public:
+  // Without a session bus nothing can show a banner: the program is then as
+  // good as unbundled, and says once what is really missing.
   std::optional<std::string> bundleIdentifier() override {
-    if (!DBusSession::shared()) return std::nullopt;
-    return std::string(kLinuxBundleIdentifier);
+    if (DBusSession::shared()) return std::string(kLinuxBundleIdentifier);
+    sayNoSessionBusOnce();
+    return std::nullopt;
   }
 
   std::string bundlePath() override {

@@ -1,7 +1,9 @@
-// The pure parts of the Linux notification backend: desktop-entry command
-// lines, signal names, registry files and the text the bus accepts.
+// The pure parts of the Linux notification backend: what each kind of banner
+// asks of the service, desktop-entry command lines, signal names, registry
+// files and the text the bus accepts.
 #include <gtest/gtest.h>
 
+#include "notify/notify_command.h"
 #include "platform/linux/dbus_notification_center.h"
 #include "platform/linux/dbus_notification_registry.h"
 #include "platform/linux/dbus_session.h"
@@ -9,6 +11,34 @@
 
 namespace ac::platform::linux_backend {
 namespace {
+
+TEST(BannerOnTheBus, EachKindGetsItsLabelLifetimeAndSound) {
+  const double now = 1'800'000'000;
+  struct Case {
+    std::optional<std::string> token, sound;
+    std::optional<double> expiresAt;
+    const char* label;
+    int32_t expireMs;
+    const char* freedesktopSound;
+  };
+  const Case cases[] = {
+      {std::nullopt, std::nullopt, std::nullopt, "", -1, "message-new-instant"},
+      {std::nullopt, "Basso", std::nullopt, "", -1, "dialog-warning"},
+      {"/tmp/a.md", "Glass", std::nullopt, "Open note", 0, "message-new-instant"},
+      {"vela-app:recordings", "", std::nullopt, "Open Recordings", 0, "message-new-instant"},
+      {"vela-app:record-start", std::nullopt, now + 7200, "Start recording", 7'200'000, "message-new-instant"},
+      {"vela-app:record-start", std::nullopt, now - 5, "Start recording", 1000, "message-new-instant"},
+      {"vela-app:ignore-silence:TRANSCRIPT_PENDING_1792530208_4242", "dialog-information", std::nullopt, "", 0,
+       "dialog-information"},
+  };
+  for (const auto& c : cases) {
+    auto content = notify::makeNotifyContent("T", "B", c.sound, c.token, c.expiresAt, std::nullopt);
+    EXPECT_EQ(content.defaultActionTitle, c.label) << c.token.value_or("<none>");
+    EXPECT_EQ(content.resident, c.token.has_value());
+    EXPECT_EQ(expireTimeoutMilliseconds(content, now), c.expireMs) << c.token.value_or("<none>");
+    EXPECT_EQ(freedesktopSoundName(content.soundName), c.freedesktopSound);
+  }
+}
 
 TEST(DesktopEntry, ExecLineSplitsUnquotesAndDropsFieldCodes) {
   struct Case {
