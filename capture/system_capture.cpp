@@ -1,7 +1,5 @@
 #include "capture/system_capture.h"
 
-#include <future>
-
 #include "capture/output_recovery.h"
 #include "capture/process_tap.h"
 #include "capture/system_capture_state.h"
@@ -58,15 +56,6 @@ SystemCapture::~SystemCapture() {
     teardown();
   else
     removeListeners();
-  // A handler that locked the state must not be the last owner: the state
-  // owns the device-watch queue the handler runs on. A promise rather than
-  // sync(): its shared state outlives the signalling side.
-  SerialQueue& queue = *state_->deviceWatchQueue;
-  if (queue.isCurrent()) return;
-  auto drained = std::make_shared<std::promise<void>>();
-  std::future<void> done = drained->get_future();
-  queue.async([drained] { drained->set_value(); });
-  done.wait();
 }
 
 void SystemCapture::setup() {

@@ -18,12 +18,6 @@ constexpr uint32_t micSourceChannels = 1;
 // last fragment.
 const platform::MediaTime fragmentInterval = platform::MediaTime::make(3000, 600);
 
-// A queue released from one of its own blocks cannot join itself; hand the
-// last reference to a global worker, which joins once that block returns.
-void releaseQueue(std::shared_ptr<SerialQueue>& queue) {
-  if (queue && queue->isCurrent()) dispatchGlobal([q = std::move(queue)] {});
-}
-
 }  // namespace
 
 Recorder::Impl::Impl(platform::Platform& platform, std::string outputPath, bool includeSystem, bool includeMic,
@@ -49,10 +43,6 @@ Recorder::Impl::~Impl() {
     removeMicDisconnectObservers();
   }
   if (micOutput) micOutput->setSampleBufferHandler(nullptr, nullptr);
-  releaseQueue(writeQueueSystem);
-  releaseQueue(writeQueueMic);
-  releaseQueue(micWatchQueue);
-  releaseQueue(deviceWatchQueue);
 }
 
 void Recorder::Impl::setup() {
