@@ -157,6 +157,8 @@ void SystemCapture::teardown() {
   s.tapScratch.reset();
 }
 
+void SystemCapture::drainCallbacks() { drainSystemPeriods(*state_); }
+
 SystemCaptureStats SystemCapture::stats() const {
   const State& s = *state_;
   std::lock_guard lock(state_->rebuildLock);

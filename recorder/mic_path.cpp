@@ -59,11 +59,12 @@ void Recorder::Impl::handleMicBuffer(const platform::SampleBuffer& buffer) {
     log("mic format: " + micFormatDiagnostic(buffer.format) + " changes=" + std::to_string(micFormatChanges));
   }
 
-  std::optional<platform::SampleBuffer> retimed = retime(buffer, anchoredPTS(buffer.presentationTime()));
-  if (!retimed) return;
+  // The seam lends the buffer read-only, so the retimed one is a copy.
+  platform::SampleBuffer retimed = buffer;
+  if (!retime(retimed, anchoredPTS(buffer.presentationTime()))) return;
   if (!micInput->isReadyForMoreMediaData()) return;
 
-  if (!micInput->append(*retimed)) {
+  if (!micInput->append(retimed)) {
     ++micAppendFailures;
     const std::optional<Error> error = assetWriter ? assetWriter->error() : std::nullopt;
     if (micAppendFailures == 1) log("mic writer error: " + fullErrorDescription(error));

@@ -52,6 +52,9 @@ void Recorder::Impl::setup() {
 
   if (includeSystem) {
     systemCapture = std::make_unique<capture::SystemCapture>(platform.audio(), *this, post);
+    systemPeriodsSignal = std::make_unique<QueueSignal>(*writeQueueSystem, [weak = weak_from_this()] {
+      if (auto self = weak.lock()) self->systemCapture->drainCallbacks();
+    });
     systemCapture->setup();
     const platform::StreamFormat format = systemCapture->systemFormat();
     AACWriterInput sys =

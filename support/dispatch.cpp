@@ -202,27 +202,28 @@ struct SerialQueue::Core {
     wake.post();
   }
 
-  // One wake-up's worth of work: a queued block, else a pending signal.
-  // False once stopping with nothing queued.
+  // One wake-up's worth of work: a pending signal, else a queued block.
+  // Signals go first so that whatever a signal announced before a block was
+  // queued is handled before that block. False once stopping with nothing
+  // left.
   bool runOne() {
     Block block;
     std::shared_ptr<QueueSignal::State> signal;
     {
       std::lock_guard<std::mutex> lock(mutex);
-      if (!blocks.empty()) {
+      for (const auto& s : signals)
+        if (s->pending.exchange(false, std::memory_order_acq_rel)) {
+          signal = s;
+          break;
+        }
+      if (!signal) {
+        if (blocks.empty()) return !stopping;
         block = std::move(blocks.front());
         blocks.pop_front();
-      } else {
-        for (const auto& s : signals)
-          if (s->pending.exchange(false, std::memory_order_acq_rel)) {
-            signal = s;
-            break;
-          }
-        if (!signal && stopping) return false;
       }
     }
-    if (block) block();
     if (signal) signal->handler();
+    if (block) block();
     return true;
   }
 

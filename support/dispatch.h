@@ -69,7 +69,8 @@ class SerialQueue {
 
 // A fixed handler that any thread, a real-time one included, can have run
 // on a queue. Signals that arrive while a run is pending coalesce into it; a
-// signal that arrives while the handler runs makes it run once more. After
+// signal that arrives while the handler runs makes it run once more. A
+// signal raised before a block is queued is handled before that block. After
 // the destructor returns the handler is not started again (a run already
 // under way may still be finishing on the queue).
 class QueueSignal {

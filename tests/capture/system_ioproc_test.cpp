@@ -23,6 +23,7 @@ struct IOProcRig {
 
   explicit IOProcRig(platform::StreamFormat format = platform::floatPCMFormat(48000, 2)) {
     state.systemFormat = format;
+    sink.drain = [this] { drainSystemPeriods(state); };
     select(0, 1, -1);
   }
   void select(int64_t index, int64_t count, int64_t probed) {
