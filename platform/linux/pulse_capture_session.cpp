@@ -205,8 +205,10 @@ bool PulseCaptureSession::openStreamLocked() {
   auto onChunk = [pipe](const CapturedChunk& chunk) { pipe->push(chunk); };
   auto onFailure = [this](int error) {
     running_ = false;
-    observers_->postRuntimeError(
-        this, Error{kCaptureErrorDomain, kStreamFailedCode, std::string("the microphone stream stopped: ") + pa_strerror(error)});
+    // A vanished source is reported by the disconnect observers; what is
+    // left is the server going away, or a stream it ended for its own reasons.
+    const MicStopKind kind = error == PA_ERR_CONNECTIONTERMINATED ? MicStopKind::serviceReset : MicStopKind::transient;
+    observers_->postRuntimeError(this, micStopError(kind, std::string("the microphone stream stopped: ") + pa_strerror(error)));
   };
   stream_ = std::make_unique<PulseRecordStream>(*connection_, std::move(onChunk), std::move(onFailure));
   if (stream_->start(activeInput_->device()->uniqueID(), *spec, kFragmentMs, "audio-capture microphone") != kNoErr) {

@@ -6,7 +6,7 @@
 // block on the server and are serialised by mutex_). Buffers are made on the
 // shared pulse loop thread and handed to the output's queue. A stream the
 // server ends (its source went away, the server died) stops the session and
-// posts a runtime error to the session's observers; it never moves to
+// posts a runtime error (micStopError) to the session's observers; it never moves to
 // another source by itself.
 #pragma once
 
@@ -103,10 +103,6 @@ class PulseCaptureSession final : public CaptureSession {
   void stopRunning() override;
   bool isRunning() override { return running_; }
 
-  // The code a failed stream is reported with: the capture framework's
-  // generic "operation could not be completed", which the core treats as
-  // worth a restart rather than a device loss.
-  static constexpr int64_t kStreamFailedCode = -11800;
   static constexpr uint32_t kFragmentMs = 10;
 
  private:

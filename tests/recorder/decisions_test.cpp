@@ -57,7 +57,10 @@ TEST(RuntimeErrorIsDeviceLoss, ClassifiesByDomainAndCode) {
                {Error{kCaptureErrorDomain, -11814, "x"}, true},
                {Error{kCaptureErrorDomain, -11808, "x"}, true},
                {Error{kCaptureErrorDomain, -11800, "unknown"}, false},
-               {Error{kCaptureErrorDomain, -11818, "x"}, false}};
+               {Error{kCaptureErrorDomain, -11818, "x"}, false},
+               {platform::micStopError(platform::MicStopKind::transient, "x"), false},
+               {platform::micStopError(platform::MicStopKind::serviceReset, "x"), true},
+               {platform::micStopError(platform::MicStopKind::deviceLost, "x"), true}};
   for (const auto& c : cases) EXPECT_EQ(runtimeErrorIsDeviceLoss(c.error), c.loss) << (c.error ? c.error->code : 0);
   EXPECT_TRUE(disconnectConcernsBoundDevice(std::nullopt, std::nullopt));
   EXPECT_TRUE(disconnectConcernsBoundDevice(std::nullopt, "a"));
