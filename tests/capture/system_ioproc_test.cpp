@@ -163,13 +163,6 @@ TEST(SystemIOProc, NoWriterInputOnlyCounts) {
   EXPECT_TRUE(rig.logs.lines().empty());
 }
 
-TEST(SampleLevel, PrintsTheShortestFloat) {
-  EXPECT_EQ(formatFloat(0.0f), "0.0");
-  EXPECT_EQ(formatFloat(0.1f), "0.1");
-  EXPECT_EQ(formatFloat(1.0f), "1.0");
-  EXPECT_EQ(formatFloat(0.123456789f), "0.12345679");
-}
-
 TEST(TapScratch, SizedBetweenTwoAndTheCap) {
   IOProcRig rig;
   struct Case {

@@ -8,7 +8,6 @@
 #include "recorder/failure_notices.h"
 #include "recorder/mic_buffers.h"
 #include "recorder/mic_recovery.h"
-#include "recorder/recording_stats.h"
 #include "simulated/sim_mic_capture.h"
 
 namespace ac {
@@ -113,32 +112,6 @@ TEST(MicFormatDiagnostic, DescribesTheStreamAndLayout) {
   EXPECT_EQ(micFormatDiagnostic(d), "sr=48000.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=6553601/12");
   EXPECT_EQ(micFormatDiagnostic(std::nullopt), "unavailable");
   EXPECT_EQ(micCaptureAudioSettings().formatID, platform::kAudioFormatLinearPCM);
-}
-
-TEST(StatsLine, PrintsEveryFigureInOrder) {
-  const RecordingStats s{.ioProcCalls = 1200,
-                         .sysAppended = 1190,
-                         .sysFail = 2,
-                         .micAppended = 600,
-                         .micFail = 1,
-                         .sysMaxAbs = 0.5f,
-                         .micMaxAbs = 0.25f,
-                         .micEndedEarly = true,
-                         .sysDataFail = 3,
-                         .sysFmtRate = 96000,
-                         .sysFmtCh = 2,
-                         .sysFmtChanges = 1,
-                         .sysAacRate = 48000,
-                         .sysAacClamped = true,
-                         .sysTapBufIndex = 1,
-                         .sysTapBufCount = 2,
-                         .micFmtRate = 48000,
-                         .micFmtCh = 1,
-                         .micFmtChanges = 4};
-  EXPECT_EQ(statsLine(s),
-            "stats: ioproc=1200 sysAppended=1190 sysFail=2 micAppended=600 micFail=1 sysMaxAbs=0.5 micMaxAbs=0.25 "
-            "micEndedEarly=true sysDataFail=3 sysFmtRate=96000.0 sysFmtCh=2 sysFmtChanges=1 sysAacRate=48000.0 "
-            "sysAacClamped=true sysTapBuf=1/2 micFmtRate=48000.0 micFmtCh=1 micFmtChanges=4");
 }
 
 }  // namespace
