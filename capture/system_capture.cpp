@@ -37,8 +37,8 @@ void leakDeliberately(platform::OwnedBufferList* list) {
 
 using std::to_string;
 
-SystemCapture::State::State(platform::AudioHardware& hw, SystemSampleSink& sink, PostNotification post)
-    : hw(hw), sink(sink), post(std::move(post)),
+SystemCapture::State::State(platform::AudioHardware& hardware, SystemSampleSink& owner, PostNotification poster)
+    : hw(hardware), sink(owner), post(std::move(poster)),
       deviceWatchQueue(std::make_unique<SerialQueue>(kDeviceWatchQueueLabel)) {}
 
 SystemCapture::SystemCapture(platform::AudioHardware& hw, SystemSampleSink& sink, PostNotification post)

@@ -20,14 +20,14 @@ const platform::MediaTime fragmentInterval = platform::MediaTime::make(3000, 600
 
 }  // namespace
 
-Recorder::Impl::Impl(platform::Platform& platform, std::string outputPath, bool includeSystem, bool includeMic,
-                     std::optional<std::string> micUID, capture::PostNotification post)
-    : platform(platform),
-      outputPath(std::move(outputPath)),
-      includeSystem(includeSystem),
-      includeMic(includeMic),
-      micUID(std::move(micUID)),
-      post(std::move(post)),
+Recorder::Impl::Impl(platform::Platform& platformArg, std::string path, bool system, bool mic,
+                     std::optional<std::string> uid, capture::PostNotification poster)
+    : platform(platformArg),
+      outputPath(std::move(path)),
+      includeSystem(system),
+      includeMic(mic),
+      micUID(std::move(uid)),
+      post(std::move(poster)),
       notices(this->post),
       writeQueueSystem(std::make_shared<SerialQueue>("audio-capture.write.system")),
       writeQueueMic(std::make_shared<SerialQueue>("audio-capture.write.mic")),
