@@ -1,7 +1,5 @@
 #include "capture/system_capture.h"
 
-#include <future>
-
 #include "capture/output_recovery.h"
 #include "capture/process_tap.h"
 #include "capture/system_capture_state.h"
@@ -39,8 +37,8 @@ void leakDeliberately(platform::OwnedBufferList* list) {
 
 using std::to_string;
 
-SystemCapture::State::State(platform::AudioHardware& hw, SystemSampleSink& sink, PostNotification post)
-    : hw(hw), sink(sink), post(std::move(post)),
+SystemCapture::State::State(platform::AudioHardware& hardware, SystemSampleSink& owner, PostNotification poster)
+    : hw(hardware), sink(owner), post(std::move(poster)),
       deviceWatchQueue(std::make_unique<SerialQueue>(kDeviceWatchQueueLabel)) {}
 
 SystemCapture::SystemCapture(platform::AudioHardware& hw, SystemSampleSink& sink, PostNotification post)
@@ -58,15 +56,6 @@ SystemCapture::~SystemCapture() {
     teardown();
   else
     removeListeners();
-  // A handler that locked the state must not be the last owner: the state
-  // owns the device-watch queue the handler runs on. A promise rather than
-  // sync(): its shared state outlives the signalling side.
-  SerialQueue& queue = *state_->deviceWatchQueue;
-  if (queue.isCurrent()) return;
-  auto drained = std::make_shared<std::promise<void>>();
-  std::future<void> done = drained->get_future();
-  queue.async([drained] { drained->set_value(); });
-  done.wait();
 }
 
 void SystemCapture::setup() {
@@ -167,6 +156,8 @@ void SystemCapture::teardown() {
   }
   s.tapScratch.reset();
 }
+
+void SystemCapture::drainCallbacks() { drainSystemPeriods(*state_); }
 
 SystemCaptureStats SystemCapture::stats() const {
   const State& s = *state_;

@@ -5,7 +5,8 @@
 // Ownership: owned by the Recorder, which also implements SystemSampleSink.
 // Threads: setup/start/teardown run on the caller's thread; listener
 // handlers on the "audio-capture.device-watch" queue under rebuildLock; the
-// IOProc block on the backend's IOProc thread, lock-free.
+// IOProc block on the backend's IOProc thread, lock- and allocation-free,
+// handing periods to the system write queue through a ring.
 #pragma once
 
 #include <cstdint>
@@ -25,14 +26,18 @@ using PostNotification =
 class SystemSampleSink {
  public:
   virtual ~SystemSampleSink() = default;
-  // True while the system track's writer input exists.
+  // True while the system track's writer input exists. Called on the IOProc
+  // thread: lock-free.
   virtual bool hasSystemInput() const = 0;
-  // Hands one converted buffer (stamped with host time in nanoseconds) to the
-  // system write queue. Called on the IOProc thread: must not block.
-  virtual void enqueueSystemSample(platform::MediaTime hostPTS, platform::SampleBuffer&& sample) = 0;
-  // Queues, on the system write queue, the once-only write-failure notice
-  // with this title and body.
-  virtual void notifyAppendFailureOnceOnSystemQueue(std::string reason, std::string advice) = 0;
+  // Periods wait in the chain's ring: have the system write queue call
+  // SystemCapture::drainCallbacks(). Called on the IOProc thread: must not
+  // block, lock, allocate or log (a QueueSignal does this).
+  virtual void systemPeriodsReady() = 0;
+  // On the system write queue, from drainCallbacks(): one converted buffer
+  // stamped with host time in nanoseconds (the sink may retime it in place),
+  // and the once-only write-failure notice.
+  virtual void appendSystemSample(platform::MediaTime hostPTS, platform::SampleBuffer& sample) = 0;
+  virtual void notifyAppendFailureOnce(const std::string& reason, const std::string& advice) = 0;
 };
 
 }  // namespace ac::capture
@@ -80,6 +85,9 @@ class SystemCapture {
   // anything is left.
   void teardown();
   SystemCaptureStats stats() const;
+  // On the system write queue: appends what the IOProc left in the ring and
+  // logs what it reported.
+  void drainCallbacks();
 
   struct State;
 

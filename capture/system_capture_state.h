@@ -9,7 +9,8 @@
 // - The IOProc reads the selection, systemFormat and tapScratch without any
 //   lock. They are written only while no IOProc that could read them is
 //   live: before the first start, or after a stop or destroy succeeded.
-// - Counters bumped on the IOProc thread are atomics.
+// - Counters bumped on the IOProc thread are atomics; what it has to say
+//   goes through `periods` to the system write queue, which logs it.
 #pragma once
 
 #include <atomic>
@@ -19,7 +20,9 @@
 #include <string>
 
 #include "capture/system_capture.h"
+#include "capture/system_periods.h"
 #include "support/dispatch.h"
+#include "support/spsc_ring.h"
 
 namespace ac::capture {
 
@@ -60,6 +63,12 @@ struct SystemCapture::State {
   std::atomic<int64_t> dataFailureStreak{0};
   std::atomic<int64_t> tapBufferBoundsFailures{0};
   std::atomic<float> maxSampleAbs{0};
+
+  // IOProc to system write queue (system_periods.h).
+  SpscRing<SystemPeriod> periods{systemPeriodSlots};
+  std::atomic<int64_t> periodOverruns{0};
+  std::atomic<int64_t> periodsTooLarge{0};
+  int64_t periodOverrunsLogged = 0;  // the write queue's
 
   std::mutex listenerLock;
   bool deviceListenerInstalled = false;

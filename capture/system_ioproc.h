@@ -1,8 +1,10 @@
 // The system IOProc: turns each callback's tap buffers into a sample buffer
-// stamped with host time and hands it to the sink. handleSystemBuffer runs
-// on the IOProc thread: it never blocks, takes no lock, allocates no buffer
-// list and logs only at rate-limited counts. The other functions run under
-// the rebuild lock, never on the IOProc thread.
+// stamped with host time and hands it to the system write queue through the
+// state's ring. handleSystemBuffer runs on the IOProc thread: it never
+// blocks, takes no lock, allocates nothing and logs nothing; what it would
+// log by the rate rules travels in the ring and drainSystemPeriods logs it on
+// the write queue. The other functions run under the rebuild lock, never on
+// the IOProc thread.
 #pragma once
 
 #include <cstdint>
@@ -20,6 +22,10 @@ bool ensureTapScratch(SystemCapture::State& s, uint32_t channels, int64_t minimu
 
 void handleSystemBuffer(SystemCapture::State& s, const platform::AudioBufferList* inputData,
                         const platform::AudioTimeStamp* inputTime);
+
+// On the system write queue: hands every waiting period to the sink and logs
+// what the callbacks reported.
+void drainSystemPeriods(SystemCapture::State& s);
 
 // Creates an IOProc on `device` whose block holds the state weakly.
 platform::OSStatus createSystemIOProc(SystemCapture::State& s, platform::AudioObjectID device,

@@ -36,7 +36,16 @@ class WriterInput {
   virtual AudioOutputSettings settings() const = 0;
   virtual void setExpectsMediaDataInRealTime(bool) = 0;
   virtual bool isReadyForMoreMediaData() = 0;
-  // False when the sample could not be appended; the writer's error says why.
+  // Places the sample at its presentation time on the session's time line
+  // and encodes it; false when it could not be appended (the writer's error
+  // says why). The core hands buffers as they were captured, so the writer
+  // owns the time line: a buffer presenting after the track's end is
+  // preceded by silence up to its time (a gap of any length), one presenting
+  // before the end has its overlapping head dropped, differences under a
+  // millisecond are absorbed, a new sample rate is resampled to the track's
+  // and starts a new run from the end, and every track's first sample
+  // presents as late as the most-priming encoder's, so tracks whose encoders
+  // prime differently still start together.
   virtual bool append(const SampleBuffer& sample) = 0;
   virtual void markAsFinished() = 0;
 };

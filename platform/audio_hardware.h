@@ -1,8 +1,8 @@
 // The system-audio hardware seam: output devices, the process tap, private
 // aggregate devices, stream configurations, IOProcs and property listeners.
 //
-// Every call returns the platform's status unchanged (0 on success) so the
-// core decides what each failure means. Calls may come from any thread;
+// Every call returns the platform's status unchanged (0 on success, see
+// OSStatus) so the core decides what each failure means. Calls may come from any thread;
 // a backend serialises its own state.
 //
 // Reconnecting to the sound service is transport, the one thing a backend
@@ -51,7 +51,9 @@ using ListenerID = uint64_t;
 
 // Called for every captured period. The list and time stamp are only valid
 // during the call. A backend calls it serially, from one thread per IOProc,
-// never holding a lock the core could need.
+// never holding a lock the core could need, inside a RealTimeScope
+// (support/realtime.h): the block must not allocate, lock, block or log.
+// After stopDevice or destroyIOProc succeeds no call is running or will run.
 using IOBlock = std::function<void(const AudioBufferList* inputData, const AudioTimeStamp* inputTime)>;
 using ListenerBlock = std::function<void()>;
 
@@ -92,7 +94,9 @@ class AudioHardware {
   virtual OSStatus stopDevice(AudioObjectID device, IOProcID proc) = 0;
   virtual OSStatus destroyIOProc(AudioObjectID device, IOProcID proc) = 0;
 
-  // -- property listeners; the block is called on `queue` --
+  // -- property listeners; the block is called on `queue`. After
+  // removePropertyListener returns the backend never touches that queue; a
+  // call it already queued there may still run. --
   virtual OSStatus addPropertyListener(AudioObjectID object, ListenedProperty property,
                                        ::ac::SerialQueue& queue, ListenerBlock block,
                                        ListenerID& out) = 0;

@@ -10,8 +10,13 @@
 
 namespace ac::platform {
 
-// A platform status code (0 = success). Backends pass the platform's own
-// value through; Linux backends use the negative errno or a PulseAudio error.
+// A platform status code: 0 is success, anything else is the platform's own
+// failure code, passed through for logs; the core compares it only with 0
+// and the constants below. On macOS it is the Core Audio / Core Media
+// OSStatus. On Linux it is a PulseAudio error (PA_ERR_*, positive and
+// unchanged, so pa_strerror() reads it) or one of the four-character codes
+// of platform/linux/pulse_status.h for a refused object or property, which
+// match the macOS values. Writer failures are errors, not statuses.
 using OSStatus = int32_t;
 inline constexpr OSStatus kNoErr = 0;
 // Returned by a backend for an operation it does not implement.

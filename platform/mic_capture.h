@@ -26,9 +26,23 @@ class SerialQueue;
 
 namespace ac::platform {
 
-// The capture framework's error domain; runtime errors in any other domain
-// are treated as device loss by the core.
+// The capture framework's error domain: its runtime-error codes are read by
+// the core's table (recorder/mic_recovery.h).
 inline constexpr const char* kCaptureErrorDomain = "AVFoundationErrorDomain";
+
+// Why a running session stopped, as a backend that knows it reports it: a
+// runtime error in kMicStopDomain whose code is the kind, and whose
+// description is the platform's own words. A backend without such knowledge
+// passes its platform's error through; any other domain reads as deviceLost.
+enum class MicStopKind : int64_t {
+  deviceLost = 1,    // the device is gone: rebuild the input
+  transient = 2,     // the device is still there: restart the session
+  serviceReset = 3,  // the sound service restarted: rebuild the input
+};
+inline constexpr const char* kMicStopDomain = "audio-capture.mic-stop";
+inline Error micStopError(MicStopKind kind, std::string description) {
+  return Error{kMicStopDomain, static_cast<int64_t>(kind), std::move(description)};
+}
 
 enum class MicAuthorization : int { notDetermined = 0, restricted = 1, denied = 2, authorized = 3 };
 
@@ -59,7 +73,8 @@ struct CaptureAudioSettings {
   bool isNonInterleaved = false;
 };
 
-// Receives each captured buffer on the queue given with it.
+// Receives each captured buffer on the queue given with it. The buffer is
+// lent for the call; the handler copies what it keeps.
 using SampleBufferHandler = std::function<void(const SampleBuffer&)>;
 
 // Buffers come in the settings' rate and sample format. A mono float request
@@ -71,6 +86,11 @@ class AudioDataOutput {
   virtual ~AudioDataOutput() = default;
   virtual void setAudioSettings(const CaptureAudioSettings& settings) = 0;
   virtual CaptureAudioSettings audioSettings() const = 0;
+  // Takes effect at once, also on a running session: every buffer delivered
+  // after the call returns goes to this handler on this queue, and a null
+  // handler drops them. A delivery already under way on the old queue may
+  // still complete with the old handler, so handlers hold their owner weakly.
+  // After a null handler is set the backend never touches the old queue.
   virtual void setSampleBufferHandler(SampleBufferHandler handler, ::ac::SerialQueue* queue) = 0;
 };
 
@@ -109,13 +129,17 @@ class MicCapture {
   virtual std::shared_ptr<AudioDataOutput> makeAudioDataOutput() = 0;
   virtual std::shared_ptr<CaptureSession> makeSession() = 0;
 
+  // Observers. After removeObserver returns the backend never touches the
+  // queue the observer was given; a call it already queued there may still
+  // run, so handlers hold their owner weakly.
+  //
   // Device-disconnected notification, for any device. The handler receives
   // the device (null when the notification names none) on `queue`, or on the
   // posting thread when queue is null.
   virtual ObserverToken observeDeviceDisconnected(
       ::ac::SerialQueue* queue, std::function<void(std::shared_ptr<CaptureDevice>)> handler) = 0;
   // Runtime errors of one session; the handler receives the error (absent
-  // when the notification carried none).
+  // when the notification carried none), see MicStopKind.
   virtual ObserverToken observeRuntimeError(const std::shared_ptr<CaptureSession>& session,
                                             ::ac::SerialQueue* queue,
                                             std::function<void(std::optional<Error>)> handler) = 0;

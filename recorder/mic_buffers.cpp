@@ -92,14 +92,13 @@ float micPeakAmplitude(const platform::SampleBuffer& buffer) {
   return static_cast<float>(largest) / 32768.0f;
 }
 
-std::optional<platform::SampleBuffer> retime(const platform::SampleBuffer& buffer, platform::MediaTime time) {
-  if (!time.valid || buffer.timing.empty()) return std::nullopt;
-  platform::SampleBuffer copy = buffer;
-  for (platform::SampleTiming& t : copy.timing) {
+bool retime(platform::SampleBuffer& buffer, platform::MediaTime time) {
+  if (!time.valid || buffer.timing.empty()) return false;
+  for (platform::SampleTiming& t : buffer.timing) {
     t.presentationTime = time;
     t.decodeTime = platform::MediaTime::invalid();
   }
-  return copy;
+  return true;
 }
 
 std::string micFormatDiagnostic(const std::optional<platform::AudioFormatDescription>& format) {

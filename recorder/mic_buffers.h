@@ -30,9 +30,10 @@ void mixDownToMono(platform::SampleBuffer& buffer);
 // 0 when there is no data. Feeds a meter and a log line, not the recording.
 float micPeakAmplitude(const platform::SampleBuffer& buffer);
 
-// A copy whose every timing entry presents at `time`, decode time invalid,
-// durations kept. Absent when the time is invalid or there is no timing.
-std::optional<platform::SampleBuffer> retime(const platform::SampleBuffer& buffer, platform::MediaTime time);
+// Makes every timing entry present at `time`, decode time invalid, durations
+// kept. False (buffer untouched) when the time is invalid or there is no
+// timing.
+bool retime(platform::SampleBuffer& buffer, platform::MediaTime time);
 
 // "sr=48000.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=0/0", or
 // "unavailable" when there is no description.

@@ -61,12 +61,13 @@ void Recorder::Impl::handleMicBuffer(const platform::SampleBuffer& buffer) {
     log("mic format: " + micFormatDiagnostic(format) + " changes=" + std::to_string(micFormatChanges));
   }
 
-  std::optional<platform::SampleBuffer> retimed = retime(buffer, anchoredPTS(buffer.presentationTime()));
-  if (!retimed) return;
-  mixDownToMono(*retimed);
+  // The seam lends the buffer read-only, so the retimed one is a copy.
+  platform::SampleBuffer retimed = buffer;
+  if (!retime(retimed, anchoredPTS(buffer.presentationTime()))) return;
+  mixDownToMono(retimed);
   if (!micInput->isReadyForMoreMediaData()) return;
 
-  if (!micInput->append(*retimed)) {
+  if (!micInput->append(retimed)) {
     ++micAppendFailures;
     const std::optional<Error> error = assetWriter ? assetWriter->error() : std::nullopt;
     if (micAppendFailures == 1) log("mic writer error: " + fullErrorDescription(error));
@@ -81,7 +82,7 @@ void Recorder::Impl::handleMicBuffer(const platform::SampleBuffer& buffer) {
   // maximum is a diagnostic, not the true maximum.
   const bool tick = micSamplesAppended % micTickInterval == 1;
   if (!levelFile && !tick) return;
-  const float peak = micPeakAmplitude(*retimed);
+  const float peak = micPeakAmplitude(retimed);
   if (tick) {
     if (peak > micMaxSampleAbs) micMaxSampleAbs = peak;
     log("mic tick: appended=" + std::to_string(micSamplesAppended) + " maxSampleAbs=" + formatFloat(peak));

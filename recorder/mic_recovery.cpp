@@ -13,6 +13,8 @@ namespace ac {
 
 bool runtimeErrorIsDeviceLoss(const std::optional<Error>& error) {
   if (!error) return true;
+  if (error->domain == platform::kMicStopDomain)
+    return error->code != static_cast<int64_t>(platform::MicStopKind::transient);
   if (error->domain != platform::kCaptureErrorDomain) return true;
   switch (error->code) {
     case avErrorMediaServicesWereReset:

@@ -13,9 +13,11 @@ namespace ac {
 // The capture framework's "media services were reset" code.
 inline constexpr int64_t avErrorMediaServicesWereReset = -11819;
 
-// True for no error at all, an error outside the capture framework's domain
-// (anything unexplained gets the stronger remedy, a rebuild), media services
-// reset, and the device-loss codes -11817, -11815, -11814, -11808.
+// True for no error at all; for a named stop kind (platform::kMicStopDomain)
+// other than transient; in the capture framework's domain for media
+// services reset and the device-loss codes -11817, -11815, -11814, -11808;
+// and for any other domain (anything unexplained gets the stronger remedy, a
+// rebuild).
 bool runtimeErrorIsDeviceLoss(const std::optional<Error>& error);
 
 // A disconnect naming no device is taken as ours; one naming a device

@@ -18,22 +18,16 @@ constexpr uint32_t micSourceChannels = 1;
 // last fragment.
 const platform::MediaTime fragmentInterval = platform::MediaTime::make(3000, 600);
 
-// A queue released from one of its own blocks cannot join itself; hand the
-// last reference to a global worker, which joins once that block returns.
-void releaseQueue(std::shared_ptr<SerialQueue>& queue) {
-  if (queue && queue->isCurrent()) dispatchGlobal([q = std::move(queue)] {});
-}
-
 }  // namespace
 
-Recorder::Impl::Impl(platform::Platform& platform, std::string outputPath, bool includeSystem, bool includeMic,
-                     std::optional<std::string> micUID, capture::PostNotification post)
-    : platform(platform),
-      outputPath(std::move(outputPath)),
-      includeSystem(includeSystem),
-      includeMic(includeMic),
-      micUID(std::move(micUID)),
-      post(std::move(post)),
+Recorder::Impl::Impl(platform::Platform& platformArg, std::string path, bool system, bool mic,
+                     std::optional<std::string> uid, capture::PostNotification poster)
+    : platform(platformArg),
+      outputPath(std::move(path)),
+      includeSystem(system),
+      includeMic(mic),
+      micUID(std::move(uid)),
+      post(std::move(poster)),
       notices(this->post),
       writeQueueSystem(std::make_shared<SerialQueue>("audio-capture.write.system")),
       writeQueueMic(std::make_shared<SerialQueue>("audio-capture.write.mic")),
@@ -49,10 +43,6 @@ Recorder::Impl::~Impl() {
     removeMicDisconnectObservers();
   }
   if (micOutput) micOutput->setSampleBufferHandler(nullptr, nullptr);
-  releaseQueue(writeQueueSystem);
-  releaseQueue(writeQueueMic);
-  releaseQueue(micWatchQueue);
-  releaseQueue(deviceWatchQueue);
 }
 
 void Recorder::Impl::setup() {
@@ -75,6 +65,9 @@ void Recorder::Impl::buildWriterAndSources() {
 
   if (includeSystem) {
     systemCapture = std::make_unique<capture::SystemCapture>(platform.audio(), *this, post);
+    systemPeriodsSignal = std::make_unique<QueueSignal>(*writeQueueSystem, [weak = weak_from_this()] {
+      if (auto self = weak.lock()) self->systemCapture->drainCallbacks();
+    });
     systemCapture->setup();
     const platform::StreamFormat format = systemCapture->systemFormat();
     AACWriterInput sys =

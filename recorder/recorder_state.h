@@ -58,8 +58,6 @@ struct Recorder::Impl : capture::SystemSampleSink, std::enable_shared_from_this<
   const capture::PostNotification post;
   FailureNotices notices;
 
-  // Shared so that a release on one of these queues can hand the join to
-  // another thread (a queue cannot join itself).
   std::shared_ptr<SerialQueue> writeQueueSystem;
   std::shared_ptr<SerialQueue> writeQueueMic;
   std::shared_ptr<SerialQueue> micWatchQueue;
@@ -75,6 +73,8 @@ struct Recorder::Impl : capture::SystemSampleSink, std::enable_shared_from_this<
 
   // -- system track --
   std::unique_ptr<capture::SystemCapture> systemCapture;
+  // Wakes writeQueueSystem from the IOProc to drain the chain's ring.
+  std::unique_ptr<QueueSignal> systemPeriodsSignal;
   double systemAacRate = 0;
   bool systemAacClamped = false;
   int64_t systemSamplesAppended = 0;
@@ -117,9 +117,9 @@ struct Recorder::Impl : capture::SystemSampleSink, std::enable_shared_from_this<
 
   // system_path.cpp (SystemSampleSink)
   bool hasSystemInput() const override;
-  void enqueueSystemSample(platform::MediaTime hostPTS, platform::SampleBuffer&& sample) override;
-  void notifyAppendFailureOnceOnSystemQueue(std::string reason, std::string advice) override;
-  void appendSystemSample(platform::MediaTime hostPTS, const platform::SampleBuffer& sample);
+  void systemPeriodsReady() override;
+  void appendSystemSample(platform::MediaTime hostPTS, platform::SampleBuffer& sample) override;
+  void notifyAppendFailureOnce(const std::string& reason, const std::string& advice) override;
 
   // mic_path.cpp
   void buildMicSession();

@@ -1,5 +1,6 @@
-// The system track's side of the recording: converted IOProc buffers arrive
-// here and are appended on the system write queue.
+// The system track's side of the recording: the IOProc leaves converted
+// periods in the system chain's ring and signals the system write queue,
+// which drains them into appends here.
 #include "recorder/mic_buffers.h"
 #include "recorder/recorder_state.h"
 #include "support/log.h"
@@ -8,24 +9,17 @@ namespace ac {
 
 bool Recorder::Impl::hasSystemInput() const { return systemInput != nullptr; }
 
-void Recorder::Impl::enqueueSystemSample(platform::MediaTime hostPTS, platform::SampleBuffer&& sample) {
-  writeQueueSystem->async([weak = weak_from_this(), hostPTS, sample = std::move(sample)] {
-    if (auto self = weak.lock()) self->appendSystemSample(hostPTS, sample);
-  });
+void Recorder::Impl::systemPeriodsReady() { systemPeriodsSignal->signal(); }
+
+void Recorder::Impl::notifyAppendFailureOnce(const std::string& reason, const std::string& advice) {
+  notices.notifyAppendFailureOnce(reason, advice);
 }
 
-void Recorder::Impl::notifyAppendFailureOnceOnSystemQueue(std::string reason, std::string advice) {
-  writeQueueSystem->async([weak = weak_from_this(), reason = std::move(reason), advice = std::move(advice)] {
-    if (auto self = weak.lock()) self->notices.notifyAppendFailureOnce(reason, advice);
-  });
-}
-
-void Recorder::Impl::appendSystemSample(platform::MediaTime hostPTS, const platform::SampleBuffer& sample) {
+void Recorder::Impl::appendSystemSample(platform::MediaTime hostPTS, platform::SampleBuffer& sample) {
   if (!systemInput) return;
   if (!systemInput->isReadyForMoreMediaData()) return;
-  std::optional<platform::SampleBuffer> retimed = retime(sample, anchoredPTS(hostPTS));
-  if (!retimed) return;
-  if (systemInput->append(*retimed)) {
+  if (!retime(sample, anchoredPTS(hostPTS))) return;
+  if (systemInput->append(sample)) {
     ++systemSamplesAppended;
     return;
   }

@@ -8,6 +8,16 @@
 //   (truncated to 15 bytes). async() never blocks beyond a short internal
 //   lock; blocks must not call sync() on their own queue.
 // - Destroying a SerialQueue drains the blocks already queued, then joins.
+//   Destroyed from one of its own blocks, it cannot join itself: its thread
+//   keeps the queue's state alive, runs what is still queued once that block
+//   returns, then ends on its own.
+// - QueueSignal::signal() is the one way to wake a queue from a real-time
+//   thread: no lock, no allocation, no system call beyond a semaphore post.
+// - The global queue runs its blocks concurrently on a pool of worker
+//   threads that grows only when every worker is busy, so a block that waits
+//   for another global block cannot starve it. Delayed work (any queue's)
+//   waits on one timer thread and fires in deadline order, blocks with equal
+//   deadlines in submission order.
 // - Semaphore::wait(timeout) returns false on time-out, true once signalled.
 // - SignalSource installs a handler for its signal (so the default action no
 //   longer runs) and delivers every arrival as one call of its handler on the
@@ -30,6 +40,8 @@ namespace ac {
 
 using Block = std::function<void()>;
 
+class QueueSignal;
+
 class SerialQueue {
  public:
   explicit SerialQueue(std::string label);
@@ -37,28 +49,46 @@ class SerialQueue {
   SerialQueue(const SerialQueue&) = delete;
   SerialQueue& operator=(const SerialQueue&) = delete;
 
-  const std::string& label() const { return label_; }
+  const std::string& label() const;
   void async(Block block);
   // Runs block on the queue and waits for it.
   void sync(const Block& block);
-  // Runs block on the queue no earlier than delaySeconds from now. The queue
-  // must outlive the delay.
+  // Runs block on the queue no earlier than delaySeconds from now; dropped
+  // when the queue is destroyed before then.
   void asyncAfter(double delaySeconds, Block block);
   // True when called from a block running on this queue.
   bool isCurrent() const;
 
- private:
-  void run();
+  struct Core;
 
-  std::string label_;
-  std::mutex mutex_;
-  std::condition_variable cv_;
-  std::deque<Block> blocks_;
-  bool stopping_ = false;
+ private:
+  friend class QueueSignal;
+  std::shared_ptr<Core> core_;
   std::thread thread_;
 };
 
-// Blocks on the global queue run concurrently, each on a detached worker.
+// A fixed handler that any thread, a real-time one included, can have run
+// on a queue. Signals that arrive while a run is pending coalesce into it; a
+// signal that arrives while the handler runs makes it run once more. A
+// signal raised before a block is queued is handled before that block. After
+// the destructor returns the handler is not started again (a run already
+// under way may still be finishing on the queue).
+class QueueSignal {
+ public:
+  QueueSignal(SerialQueue& queue, Block handler);
+  ~QueueSignal();
+  QueueSignal(const QueueSignal&) = delete;
+  QueueSignal& operator=(const QueueSignal&) = delete;
+  void signal();
+
+  struct State;
+
+ private:
+  std::shared_ptr<SerialQueue::Core> core_;
+  std::shared_ptr<State> state_;
+};
+
+// Blocks on the global queue run concurrently (see above).
 void dispatchGlobal(Block block);
 void dispatchGlobalAfter(double delaySeconds, Block block);
 

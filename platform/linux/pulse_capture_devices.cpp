@@ -43,13 +43,6 @@ void MicObservers::remove(ObserverToken token) {
   observers_.erase(it);
 }
 
-bool MicObservers::hasDisconnectObservers() const {
-  std::lock_guard<std::mutex> guard(mutex_);
-  for (const auto& [token, o] : observers_)
-    if (o.onDisconnect) return true;
-  return false;
-}
-
 namespace {
 void deliver(::ac::SerialQueue* queue, const std::shared_ptr<std::atomic<bool>>& active, std::function<void()> call) {
   auto guarded = [active, call = std::move(call)] {
@@ -63,24 +56,32 @@ void deliver(::ac::SerialQueue* queue, const std::shared_ptr<std::atomic<bool>>&
 }
 }  // namespace
 
+// Queued under the lock that remove() takes, so a removed observer's queue
+// is never touched; observers without a queue are called after it.
 void MicObservers::postDisconnect(const std::shared_ptr<CaptureDevice>& device) {
-  std::vector<Observer> targets;
+  std::vector<Observer> inlineTargets;
   {
     std::lock_guard<std::mutex> guard(mutex_);
     for (const auto& [token, o] : observers_)
-      if (o.onDisconnect) targets.push_back(o);
+      if (o.onDisconnect && o.queue)
+        deliver(o.queue, o.active, [h = o.onDisconnect, device] { h(device); });
+      else if (o.onDisconnect)
+        inlineTargets.push_back(o);
   }
-  for (auto& o : targets) deliver(o.queue, o.active, [h = o.onDisconnect, device] { h(device); });
+  for (auto& o : inlineTargets) deliver(nullptr, o.active, [h = o.onDisconnect, device] { h(device); });
 }
 
 void MicObservers::postRuntimeError(const CaptureSession* session, const Error& error) {
-  std::vector<Observer> targets;
+  std::vector<Observer> inlineTargets;
   {
     std::lock_guard<std::mutex> guard(mutex_);
     for (const auto& [token, o] : observers_)
-      if (o.onRuntimeError && o.session == session) targets.push_back(o);
+      if (o.onRuntimeError && o.session == session && o.queue)
+        deliver(o.queue, o.active, [h = o.onRuntimeError, error] { h(error); });
+      else if (o.onRuntimeError && o.session == session)
+        inlineTargets.push_back(o);
   }
-  for (auto& o : targets) deliver(o.queue, o.active, [h = o.onRuntimeError, error] { h(error); });
+  for (auto& o : inlineTargets) deliver(nullptr, o.active, [h = o.onRuntimeError, error] { h(error); });
 }
 
 }  // namespace ac::platform::linux_backend

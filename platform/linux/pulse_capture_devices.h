@@ -52,7 +52,6 @@ class MicObservers {
   ObserverToken addRuntimeError(const CaptureSession* session, ::ac::SerialQueue* queue,
                                 std::function<void(std::optional<Error>)> handler);
   void remove(ObserverToken token);
-  bool hasDisconnectObservers() const;
 
   void postDisconnect(const std::shared_ptr<CaptureDevice>& device);
   void postRuntimeError(const CaptureSession* session, const Error& error);

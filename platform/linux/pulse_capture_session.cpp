@@ -4,8 +4,11 @@
 
 #include <pulse/error.h>
 
+#include <cstring>
+
 #include "platform/linux/pulse_connection.h"
 #include "support/dispatch.h"
+#include "support/log.h"
 
 namespace ac::platform::linux_backend {
 
@@ -46,6 +49,68 @@ void PulseAudioDataOutput::setSampleBufferHandler(SampleBufferHandler handler, :
 PulseAudioDataOutput::Delivery PulseAudioDataOutput::delivery() const {
   std::lock_guard<std::mutex> guard(mutex_);
   return delivery_;
+}
+
+MicChunkPipe::MicChunkPipe(std::shared_ptr<PulseAudioDataOutput> output, ::ac::SerialQueue& queue,
+                           AudioFormatDescription format)
+    : output_(std::move(output)), format_(format), queue_(&queue), ring_(kSlots) {}
+
+std::shared_ptr<MicChunkPipe> MicChunkPipe::make(std::shared_ptr<PulseAudioDataOutput> output,
+                                                 ::ac::SerialQueue& queue, AudioFormatDescription format) {
+  std::shared_ptr<MicChunkPipe> pipe(new MicChunkPipe(std::move(output), queue, format));
+  // Weak: a drain already under way when the stream (and the pipe) goes must find it gone.
+  pipe->signal_ = std::make_unique<::ac::QueueSignal>(queue, [weak = std::weak_ptr<MicChunkPipe>(pipe)] {
+    if (auto self = weak.lock()) self->drain();
+  });
+  return pipe;
+}
+
+void MicChunkPipe::push(const CapturedChunk& chunk) {
+  MicChunk* slot = ring_.claim();
+  if (!slot) {
+    overruns_.fetch_add(1, std::memory_order_relaxed);
+  } else if (chunk.bytes > slot->data.size()) {
+    tooLarge_.fetch_add(1, std::memory_order_relaxed);
+  } else {
+    slot->hostTimeNs = chunk.hostTimeNs;
+    slot->frames = chunk.frames;
+    slot->bytes = chunk.bytes;
+    std::memcpy(slot->data.data(), chunk.data, chunk.bytes);
+    ring_.publish();
+  }
+  signal_->signal();  // also when dropping: the queue logs the count
+}
+
+void MicChunkPipe::drain() {
+  while (MicChunk* slot = ring_.front()) {
+    SampleBuffer sb;
+    sb.format = format_;
+    sb.timing.push_back({MediaTime::make(1, int32_t(format_.asbd.sampleRate)),
+                         MediaTime::make(slot->hostTimeNs, 1'000'000'000), MediaTime::invalid()});
+    sb.numSamples = static_cast<int64_t>(slot->frames);
+    sb.dataReady = true;
+    sb.buffers.emplace_back(slot->data.data(), slot->data.data() + slot->bytes);
+    sb.bufferChannels.push_back(format_.asbd.channelsPerFrame);
+    ring_.pop();
+    // The handler in place now, not the one at stream open: a swap takes
+    // effect at the next buffer.
+    PulseAudioDataOutput::Delivery d = output_->delivery();
+    if (!d.handler) continue;
+    if (!d.queue || d.queue == queue_)
+      d.handler(sb);
+    else
+      d.queue->async([h = std::move(d.handler), sb = std::move(sb)] { h(sb); });
+  }
+  logDrops(overruns_, loggedOverruns_, "the delivery queue fell behind");
+  logDrops(tooLarge_, loggedTooLarge_, "a chunk did not fit its slot");
+}
+
+void MicChunkPipe::logDrops(const std::atomic<int64_t>& count, int64_t& logged, const char* why) {
+  const int64_t now = count.load(std::memory_order_relaxed);
+  for (int64_t n = logged + 1; n <= now; ++n)
+    if (shouldLogFailureCount(n))
+      ::ac::log(std::string("pulse: microphone chunk dropped \u2014 ") + why + " (n=" + std::to_string(n) + ")");
+  logged = now;
 }
 
 PulseCaptureSession::PulseCaptureSession(std::shared_ptr<PulseConnection> connection,
@@ -151,41 +216,28 @@ bool PulseCaptureSession::openStreamLocked() {
   // mixes down itself (see AudioDataOutput).
   if (spec->channels == 1 && (spec->format == PA_SAMPLE_FLOAT32LE || spec->format == PA_SAMPLE_FLOAT32BE))
     spec->channels = std::max<uint8_t>(1, activeInput_->pulseDevice().channels());
-  auto delivery = std::make_shared<const PulseAudioDataOutput::Delivery>(output_->delivery());
-  const AudioFormatDescription format{streamFormatFor(*spec), 0, 0};
-  const int32_t rate = static_cast<int32_t>(spec->rate);
-  const uint32_t channels = spec->channels;
-
-  auto onChunk = [delivery, format, rate, channels](const CapturedChunk& chunk) {
-    if (!delivery->handler) return;
-    SampleBuffer sb;
-    sb.format = format;
-    sb.timing.push_back({MediaTime::make(1, rate), MediaTime::make(chunk.hostTimeNs, 1'000'000'000),
-                         MediaTime::invalid()});
-    sb.numSamples = static_cast<int64_t>(chunk.frames);
-    sb.dataReady = true;
-    const auto* bytes = static_cast<const uint8_t*>(chunk.data);
-    sb.buffers.emplace_back(bytes, bytes + chunk.bytes);
-    sb.bufferChannels.push_back(channels);
-    if (delivery->queue) {
-      delivery->queue->async([delivery, sb = std::move(sb)] { delivery->handler(sb); });
-    } else {
-      delivery->handler(sb);
-    }
-  };
+  ::ac::SerialQueue* queue = output_->delivery().queue;
+  if (!queue) {
+    if (!ownQueue_) ownQueue_ = std::make_unique<::ac::SerialQueue>("audio-capture.mic-delivery");
+    queue = ownQueue_.get();
+  }
+  auto pipe = MicChunkPipe::make(output_, *queue, AudioFormatDescription{streamFormatFor(*spec), 0, 0});
+  auto onChunk = [pipe](const CapturedChunk& chunk) { pipe->push(chunk); };
   auto onFailure = [this](int error) {
     if (serverWentAway(error)) {
       reconnect_.begin([this] { return reopen(); },
                        [this] {
                          running_ = false;
-                         observers_->postRuntimeError(this, Error{kCaptureErrorDomain, kServicesResetCode,
-                                                                  "the sound server did not come back"});
+                         observers_->postRuntimeError(
+                             this, micStopError(MicStopKind::serviceReset, "the sound server did not come back"));
                        });
       return;
     }
     running_ = false;
-    observers_->postRuntimeError(
-        this, Error{kCaptureErrorDomain, kStreamFailedCode, std::string("the microphone stream stopped: ") + pa_strerror(error)});
+    // A vanished source is reported by the disconnect observers; what is
+    // left is the server going away, or a stream it ended for its own reasons.
+    const MicStopKind kind = error == PA_ERR_CONNECTIONTERMINATED ? MicStopKind::serviceReset : MicStopKind::transient;
+    observers_->postRuntimeError(this, micStopError(kind, std::string("the microphone stream stopped: ") + pa_strerror(error)));
   };
   stream_ = std::make_unique<PulseRecordStream>(*connection_, std::move(onChunk), std::move(onFailure));
   if (stream_->start(activeInput_->device()->uniqueID(), *spec, kFragmentMs, "audio-capture microphone") != kNoErr) {

@@ -6,12 +6,13 @@
 // block on the server and are serialised by mutex_). Buffers are made on the
 // shared pulse loop thread and handed to the output's queue. A stream the
 // server ends (its source went away) stops the session and posts a runtime
-// error to the session's observers; it never moves to another source by
+// error (micStopError) to the session's observers; it never moves to another source by
 // itself. A server that went away is waited for (PulseReconnect): back
 // within the window, the same source is recorded again and the session runs
-// on; gone for good, the session stops with the "services reset" error.
+// on; gone for good, the session stops with the service-reset kind.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -23,6 +24,8 @@
 #include "platform/linux/pulse_reconnect.h"
 #include "platform/linux/pulse_record_stream.h"
 #include "platform/mic_capture.h"
+#include "support/dispatch.h"
+#include "support/spsc_ring.h"
 
 namespace ac::platform::linux_backend {
 
@@ -50,6 +53,43 @@ class PulseAudioDataOutput final : public AudioDataOutput {
   Delivery delivery_;
 };
 
+// Carries a record stream's chunks from the loop thread to the output's
+// queue. push() is the real-time side: it copies the chunk into a
+// preallocated ring slot and wakes the queue with a QueueSignal, never
+// allocating, locking or logging; a full ring drops the chunk and counts it.
+// On the queue, drain() makes the sample buffers, hands them to the handler
+// set at that moment and logs the drop counts by the rate rules.
+class MicChunkPipe {
+ public:
+  static std::shared_ptr<MicChunkPipe> make(std::shared_ptr<PulseAudioDataOutput> output, ::ac::SerialQueue& queue,
+                                            AudioFormatDescription format);
+  void push(const CapturedChunk& chunk);
+
+  static constexpr size_t kSlots = 16;
+  static constexpr size_t kSlotBytes = 64 * 1024;  // a libpulse memory block
+
+ private:
+  struct MicChunk {
+    int64_t hostTimeNs = 0;
+    uint64_t frames = 0;
+    size_t bytes = 0;
+    std::array<uint8_t, kSlotBytes> data;
+  };
+  MicChunkPipe(std::shared_ptr<PulseAudioDataOutput> output, ::ac::SerialQueue& queue, AudioFormatDescription format);
+  void drain();
+  static void logDrops(const std::atomic<int64_t>& count, int64_t& logged, const char* why);
+
+  std::shared_ptr<PulseAudioDataOutput> output_;
+  const AudioFormatDescription format_;
+  ::ac::SerialQueue* const queue_;
+  ::ac::SpscRing<MicChunk> ring_;
+  std::atomic<int64_t> overruns_{0};
+  std::atomic<int64_t> tooLarge_{0};
+  int64_t loggedOverruns_ = 0;  // the queue's
+  int64_t loggedTooLarge_ = 0;
+  std::unique_ptr<::ac::QueueSignal> signal_;
+};
+
 class PulseCaptureSession final : public CaptureSession {
  public:
   PulseCaptureSession(std::shared_ptr<PulseConnection> connection, std::shared_ptr<MicObservers> observers);
@@ -66,13 +106,6 @@ class PulseCaptureSession final : public CaptureSession {
   void stopRunning() override;
   bool isRunning() override { return running_; }
 
-  // The code a failed stream is reported with: the capture framework's
-  // generic "operation could not be completed", which the core treats as
-  // worth a restart rather than a device loss.
-  static constexpr int64_t kStreamFailedCode = -11800;
-  // "Media services were reset": the sound server itself is gone, which the
-  // core treats as a lost device.
-  static constexpr int64_t kServicesResetCode = -11819;
   static constexpr uint32_t kFragmentMs = 10;
 
  private:
@@ -92,6 +125,7 @@ class PulseCaptureSession final : public CaptureSession {
   std::shared_ptr<PulseCaptureDeviceInput> activeInput_;   // as committed
   std::shared_ptr<PulseAudioDataOutput> output_;
   std::unique_ptr<PulseRecordStream> stream_;
+  std::unique_ptr<::ac::SerialQueue> ownQueue_;  // delivery for a handler set without a queue
   std::atomic<bool> running_{false};
   PulseReconnect reconnect_;
 };

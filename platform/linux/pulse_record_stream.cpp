@@ -6,6 +6,7 @@
 
 #include "platform/linux/pulse_connection.h"
 #include "platform/linux/pulse_status.h"
+#include "support/realtime.h"
 
 namespace ac::platform::linux_backend {
 
@@ -154,7 +155,10 @@ void PulseRecordStream::drain() {
     const uint64_t frames = frameBytes_ ? bytes / frameBytes_ : 0;
     const uint64_t position = clock_.framePosition();
     const int64_t stamp = clock_.stampChunk(now, timingReport(now), frames);
-    onChunk_(CapturedChunk{data, bytes, frames, stamp, position});
+    {
+      RealTimeScope realTime;
+      onChunk_(CapturedChunk{data, bytes, frames, stamp, position});
+    }
     pa_stream_drop(stream_);
   }
 }

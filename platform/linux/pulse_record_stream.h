@@ -2,7 +2,9 @@
 // the host time of its first frame, to a handler.
 //
 // Threads: the chunk handler runs on the connection's loop thread, with the
-// loop lock held, serially; it must not block or call back into the stream.
+// loop lock held, serially, inside a RealTimeScope: it is the platform's
+// real-time callback, so it must not allocate, lock, block, log or call back
+// into the stream.
 // The chunk's bytes belong to libpulse and are valid only during the call
 // (no copy is made). start() and stop() block and must not be called on the
 // loop thread. After stop() returns, the handler is not running and will
@@ -53,8 +55,6 @@ class PulseRecordStream {
   OSStatus start(const std::string& source, const pa_sample_spec& spec, uint32_t fragmentMs, const char* streamName);
   OSStatus stop();
   bool running() const { return running_; }
-  // Re-anchorings of the time stamps so far (diagnostics).
-  int64_t reanchors() const { return clock_.reanchors(); }
 
   static constexpr double kStartTimeoutSeconds = 5.0;
 

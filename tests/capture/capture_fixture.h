@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -23,14 +24,17 @@ struct RecordingSink : SystemSampleSink {
   std::vector<platform::SampleBuffer> samples;
   std::vector<std::pair<std::string, std::string>> notices;
 
+  std::function<void()> drain;  // the chain's ring, drained on the callback thread
+
   bool hasSystemInput() const override { return hasInput; }
-  void enqueueSystemSample(platform::MediaTime, platform::SampleBuffer&& sample) override {
+  void systemPeriodsReady() override { drain(); }
+  void appendSystemSample(platform::MediaTime, platform::SampleBuffer& sample) override {
     std::lock_guard lock(mutex);
     samples.push_back(std::move(sample));
   }
-  void notifyAppendFailureOnceOnSystemQueue(std::string reason, std::string advice) override {
+  void notifyAppendFailureOnce(const std::string& reason, const std::string& advice) override {
     std::lock_guard lock(mutex);
-    notices.emplace_back(std::move(reason), std::move(advice));
+    notices.emplace_back(reason, advice);
   }
 };
 
@@ -49,7 +53,10 @@ struct Rig {
                           posted.push_back(title);
                         }};
 
-  Rig() { hw.setDefaultOutput(speakers); }
+  Rig() {
+    hw.setDefaultOutput(speakers);
+    sink.drain = [this] { capture.drainCallbacks(); };
+  }
   void run() {
     capture.setup();
     capture.start();

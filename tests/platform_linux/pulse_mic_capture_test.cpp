@@ -251,8 +251,8 @@ TEST_F(PulseMicCaptureTest, RemovedSourceFiresTheDisconnectObserverAndStopsTheSe
     std::lock_guard<std::mutex> g(mutex);
     EXPECT_EQ(gone, std::vector<std::string>{m});
     ASSERT_EQ(errors.size(), 1u);
-    EXPECT_EQ(errors[0].domain, kCaptureErrorDomain);
-    EXPECT_EQ(errors[0].code, -11800);
+    EXPECT_EQ(errors[0].domain, kMicStopDomain);
+    EXPECT_EQ(errors[0].code, int64_t(MicStopKind::transient));
     EXPECT_FALSE(errors[0].description.empty());
   }
   EXPECT_FALSE(session->isRunning());

@@ -52,7 +52,10 @@ TEST(RuntimeErrorIsDeviceLoss, ClassifiesByDomainAndCode) {
                {Error{kCaptureErrorDomain, -11819, "reset"}, true},
                {Error{kCaptureErrorDomain, -11808, "x"}, true},
                {Error{kCaptureErrorDomain, -11800, "unknown"}, false},
-               {Error{kCaptureErrorDomain, -11818, "x"}, false}};
+               {Error{kCaptureErrorDomain, -11818, "x"}, false},
+               {platform::micStopError(platform::MicStopKind::transient, "x"), false},
+               {platform::micStopError(platform::MicStopKind::serviceReset, "x"), true},
+               {platform::micStopError(platform::MicStopKind::deviceLost, "x"), true}};
   for (const auto& c : cases) EXPECT_EQ(runtimeErrorIsDeviceLoss(c.error), c.loss) << (c.error ? c.error->code : 0);
   EXPECT_TRUE(disconnectConcernsBoundDevice(std::nullopt, std::nullopt));
   EXPECT_TRUE(disconnectConcernsBoundDevice(std::nullopt, "a"));
@@ -88,14 +91,13 @@ TEST(Retime, MovesEveryEntryKeepsDurationsAndRefusesAnInvalidTime) {
   sb.timing.push_back(sb.timing.front());
   sb.timing[0].decodeTime = platform::MediaTime::make(7, 1);
   const auto t = platform::MediaTime::make(42, 1000);
-  auto out = retime(sb, t);
-  ASSERT_TRUE(out);
-  for (const auto& e : out->timing) {
+  EXPECT_FALSE(retime(sb, platform::MediaTime::invalid()));
+  ASSERT_TRUE(retime(sb, t));
+  for (const auto& e : sb.timing) {
     EXPECT_EQ(e.presentationTime, t);
     EXPECT_FALSE(e.decodeTime.valid);
     EXPECT_EQ(e.duration, platform::MediaTime::make(1, 48000));
   }
-  EXPECT_FALSE(retime(sb, platform::MediaTime::invalid()));
 }
 
 }  // namespace

@@ -89,36 +89,44 @@ void SimMicCapture::disconnect(const std::string& uid, bool notify) {
   if (notify) postDeviceDisconnected(dev);
 }
 
-void SimMicCapture::runOnQueues(const QueuedCalls& calls, bool wait) {
-  for (const auto& [queue, call] : calls) {
-    if (queue && !wait)
-      queue->async(call);
-    else if (queue)
-      queue->sync(call);
-    else
-      call();
+void SimMicCapture::notify(const std::function<std::function<void()>(const Observer&)>& callFor, bool wait) {
+  // Queued under the lock, as removeObserver takes it: a removed observer's
+  // queue is never touched. Observers without a queue (or on the calling
+  // queue, when waiting) run inline once the lock is released.
+  std::vector<std::function<void()>> inlineCalls;
+  auto done = std::make_shared<Semaphore>();
+  int queued = 0;
+  {
+    std::lock_guard lock(mutex_);
+    for (const auto& [token, o] : observers_) {
+      std::function<void()> call = callFor(o);
+      if (!call) continue;
+      if (!o.queue || (wait && o.queue->isCurrent())) {
+        inlineCalls.push_back(std::move(call));
+        continue;
+      }
+      o.queue->async([call, done] { call(), done->signal(); });
+      ++queued;
+    }
   }
+  for (const auto& call : inlineCalls) call();
+  if (wait)
+    while (queued-- > 0) done->wait();
 }
 
 void SimMicCapture::postDeviceDisconnected(std::shared_ptr<CaptureDevice> device, bool wait) {
-  QueuedCalls calls;
-  {
-    std::lock_guard lock(mutex_);
-    for (const auto& [token, o] : observers_)
-      if (o.onDisconnect) calls.emplace_back(o.queue, [h = o.onDisconnect, device] { h(device); });
-  }
-  runOnQueues(calls, wait);
+  notify([&](const Observer& o) -> std::function<void()> {
+    if (!o.onDisconnect) return nullptr;
+    return [h = o.onDisconnect, device] { h(device); };
+  }, wait);
 }
 
 void SimMicCapture::postRuntimeError(const std::shared_ptr<platform::CaptureSession>& session,
                                      std::optional<Error> error) {
-  QueuedCalls calls;
-  {
-    std::lock_guard lock(mutex_);
-    for (const auto& [token, o] : observers_)
-      if (o.onError && o.session == session) calls.emplace_back(o.queue, [h = o.onError, error] { h(error); });
-  }
-  runOnQueues(calls, true);
+  notify([&](const Observer& o) -> std::function<void()> {
+    if (!o.onError || o.session != session) return nullptr;
+    return [h = o.onError, error] { h(error); };
+  }, true);
 }
 
 std::shared_ptr<CaptureDevice> SimMicCapture::defaultAudioDevice() {

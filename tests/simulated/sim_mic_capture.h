@@ -182,9 +182,8 @@ class SimMicCapture final : public platform::MicCapture {
     std::shared_ptr<platform::CaptureSession> session;  // runtime-error observers only
     std::function<void(std::optional<Error>)> onError;
   };
-  using QueuedCalls = std::vector<std::pair<::ac::SerialQueue*, std::function<void()>>>;
-  // Runs each call on its observer's queue (inline when none).
-  static void runOnQueues(const QueuedCalls& calls, bool wait);
+  // Runs callFor(observer), where not null, on each observer's queue.
+  void notify(const std::function<std::function<void()>(const Observer&)>& callFor, bool wait);
   platform::ObserverToken addObserver(Observer observer);
   // The device while it is connected, else null.
   std::shared_ptr<SimCaptureDevice> connectedLocked(const std::optional<std::string>& uid) const;
