@@ -18,6 +18,7 @@ OSStatus PulseAudioHardware::createIOProc(AudioObjectID device, const std::strin
   // listeners hear of it, as of any lost device, and the core repairs.
   auto serverGone = [this] {
     std::lock_guard<std::mutex> guard(mutex_);
+    outputLostToServer_ = true;
     fireLocked([](const Listener& l) { return l.property == ListenedProperty::defaultOutputDevice; });
   };
   ioProcs_[out] = {device, std::make_shared<PulseIOProc>(queueLabel, connection_->server(), std::move(block),
