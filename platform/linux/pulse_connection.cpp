@@ -2,10 +2,11 @@
 
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <mutex>
+#include <optional>
 
 #include <pthread.h>
-#include <optional>
 
 #include <pulse/error.h>
 #include <pulse/proplist.h>
