@@ -104,6 +104,10 @@ void handleDefaultOutputChange(State& s) {
     uid = defaultOutputDeviceUID(s.hw);
   } catch (const CaptureError& e) {
     log(std::string("default-output changed but lookup failed: ") + e.what() + " \u2014 skipping rebuild");
+    // The output in use may be gone with whatever failed (a sound service
+    // that went away takes the aggregate along): the next default that can
+    // be named gets a fresh chain, even when it is the same device.
+    s.currentOutputUID.reset();
     return;
   }
   if (s.currentOutputUID == uid) return;

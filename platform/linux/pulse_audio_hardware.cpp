@@ -18,7 +18,7 @@ PulseAudioHardware::PulseAudioHardware(std::shared_ptr<PulseConnection> connecti
     : connection_(std::move(connection)) {}
 
 
-OSStatus PulseAudioHardware::snapshot(Snapshot& out) { return readSnapshot(*connection_, out); }
+OSStatus PulseAudioHardware::snapshot(Snapshot& out) { return PulseWatch::read(*connection_, out); }
 
 OSStatus PulseAudioHardware::view(AudioObjectID id, DeviceView& out) {
   Snapshot snap;

@@ -131,6 +131,14 @@ class PulseAudioHardware final : public AudioHardware {
   uint64_t nextTapNumber_ = 1;
   IOProcID nextIOProc_ = 1;
   ListenerID nextListener_ = 1;
+  // An IOProc reported its output lost with the server: once the server
+  // names a default output again, its listeners hear that it is back, even
+  // when it is the same one.
+  bool outputLostToServer_ = false;
+  // A connection for the next IOProc, made (and connecting) when an
+  // aggregate is, so starting the IOProc waits for no connect.
+  std::shared_ptr<PulseConnection> spareIOProcConnection_;
+  void prepareIOProcConnectionLocked();
 
   // Taken without mutex_: subscribing waits on the watch queue, whose
   // subscriber takes mutex_.

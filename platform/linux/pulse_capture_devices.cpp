@@ -1,6 +1,7 @@
 #include "platform/linux/pulse_capture_devices.h"
 
 #include "platform/linux/pulse_connection.h"
+#include "platform/linux/pulse_watch.h"
 #include "support/dispatch.h"
 
 namespace ac::platform::linux_backend {
@@ -10,7 +11,7 @@ PulseCaptureDevice::PulseCaptureDevice(std::shared_ptr<PulseConnection> connecti
 
 bool PulseCaptureDevice::isConnected() const {
   Snapshot snap;
-  return readSnapshot(*connection_, snap) == kNoErr && snap.inputSource(name_) != nullptr;
+  return PulseWatch::read(*connection_, snap) == kNoErr && snap.inputSource(name_) != nullptr;
 }
 
 std::optional<AudioFormatDescription> PulseCaptureDevice::activeFormat() const {

@@ -2,8 +2,11 @@
 
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <mutex>
 #include <optional>
+
+#include <pthread.h>
 
 #include <pulse/error.h>
 #include <pulse/proplist.h>
@@ -81,6 +84,18 @@ PulseConnection::Lock::~Lock() {
   if (locked_) pa_threaded_mainloop_unlock(loop_);
 }
 
+void PulseConnection::nameLoopThread(const std::string& threadName) {
+  Lock lock(*this);
+  // The kernel names only the calling thread, so the loop thread does it.
+  pa_mainloop_api_once(
+      pa_threaded_mainloop_get_api(loop_),
+      [](pa_mainloop_api*, void* name) {
+        std::unique_ptr<std::string> owned(static_cast<std::string*>(name));
+        pthread_setname_np(pthread_self(), owned->substr(0, 15).c_str());
+      },
+      new std::string(threadName));
+}
+
 void PulseConnection::signal() { pa_threaded_mainloop_signal(loop_, 0); }
 
 bool PulseConnection::onLoopThread() const { return pa_threaded_mainloop_in_thread(loop_) != 0; }
@@ -106,6 +121,17 @@ void PulseConnection::dropContext() {
 
 OSStatus PulseConnection::ensureReady() {
   if (context_ && pa_context_get_state(context_) == PA_CONTEXT_READY) return kNoErr;
+  // A connect begun on another thread (one made ahead) is waited for, not
+  // started over.
+  if (context_ && PA_CONTEXT_IS_GOOD(pa_context_get_state(context_)) &&
+      waitFor(
+          [this] {
+            pa_context_state_t s = context_ ? pa_context_get_state(context_) : PA_CONTEXT_FAILED;
+            return s == PA_CONTEXT_READY || !PA_CONTEXT_IS_GOOD(s);
+          },
+          kConnectTimeoutSeconds) == kNoErr &&
+      context_ && pa_context_get_state(context_) == PA_CONTEXT_READY)
+    return kNoErr;
   dropContext();
 
   pa_proplist* props = pa_proplist_new();

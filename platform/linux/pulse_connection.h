@@ -74,6 +74,8 @@ class PulseConnection {
   void signal();
   bool onLoopThread() const;
   pa_threaded_mainloop* loop() const { return loop_; }
+  // Names the loop thread anew (a connection made ahead of its use).
+  void nameLoopThread(const std::string& threadName);
   // The server string it was made with (empty: libpulse's default).
   const std::string& server() const { return server_; }
 

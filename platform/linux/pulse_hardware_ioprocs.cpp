@@ -5,6 +5,7 @@
 #include "platform/linux/pulse_connection.h"
 #include "platform/linux/pulse_ioproc.h"
 #include "platform/linux/pulse_status.h"
+#include "support/dispatch.h"
 
 namespace ac::platform::linux_backend {
 
@@ -18,11 +19,24 @@ OSStatus PulseAudioHardware::createIOProc(AudioObjectID device, const std::strin
   // listeners hear of it, as of any lost device, and the core repairs.
   auto serverGone = [this] {
     std::lock_guard<std::mutex> guard(mutex_);
+    outputLostToServer_ = true;
     fireLocked([](const Listener& l) { return l.property == ListenedProperty::defaultOutputDevice; });
   };
-  ioProcs_[out] = {device, std::make_shared<PulseIOProc>(queueLabel, connection_->server(), std::move(block),
-                                                         std::move(serverGone))};
+  std::shared_ptr<PulseConnection> connection = std::move(spareIOProcConnection_);
+  if (!connection) connection = std::make_shared<PulseConnection>(queueLabel, connection_->server());
+  ioProcs_[out] = {device,
+                   std::make_shared<PulseIOProc>(queueLabel, std::move(connection), std::move(block), std::move(serverGone))};
   return kNoErr;
+}
+
+void PulseAudioHardware::prepareIOProcConnectionLocked() {
+  if (spareIOProcConnection_) return;
+  spareIOProcConnection_ = std::make_shared<PulseConnection>("audio-capture.io", connection_->server());
+  // A failed connect costs nothing: the stream's start connects again.
+  dispatchGlobal([connection = spareIOProcConnection_] {
+    PulseConnection::Lock lock(*connection);
+    (void)connection->ensureReady();
+  });
 }
 
 OSStatus PulseAudioHardware::startDevice(AudioObjectID device, IOProcID proc) {

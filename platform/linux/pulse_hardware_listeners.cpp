@@ -61,7 +61,9 @@ void PulseAudioHardware::checkTapShapesLocked(const Snapshot& snap) {
 
 void PulseAudioHardware::onServerChange(const Snapshot& before, const Snapshot& after) {
   std::lock_guard<std::mutex> guard(mutex_);
-  if (before.defaultSink != after.defaultSink)
+  const bool outputBack = outputLostToServer_ && !after.defaultSink.empty();
+  if (outputBack) outputLostToServer_ = false;
+  if (before.defaultSink != after.defaultSink || outputBack)
     fireLocked([](const Listener& l) { return l.property == ListenedProperty::defaultOutputDevice; });
   if (before.defaultSource != after.defaultSource)
     fireLocked([](const Listener& l) { return l.property == ListenedProperty::defaultInputDevice; });

@@ -85,6 +85,7 @@ OSStatus PulseAudioHardware::createAggregateDevice(const nlohmann::json& descrip
   out = ids_.fresh(ObjectKind::aggregate);
   taps_[agg.tap].capturedSink = agg.master;
   aggregates_.emplace(out, std::move(agg));
+  prepareIOProcConnectionLocked();
   // The tap now records another sink, whose rate may differ.
   checkTapShapesLocked(snap);
   return kNoErr;

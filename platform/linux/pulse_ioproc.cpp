@@ -5,14 +5,16 @@
 
 namespace ac::platform::linux_backend {
 
-PulseIOProc::PulseIOProc(const std::string& queueLabel, const std::string& server, IOBlock block,
+PulseIOProc::PulseIOProc(const std::string& queueLabel, std::shared_ptr<PulseConnection> connection, IOBlock block,
                          std::function<void()> serverGone)
     : block_(std::move(block)),
       serverGone_(std::move(serverGone)),
-      connection_(queueLabel, server),
+      connection_(std::move(connection)),
       stream_(
-          connection_, [this](const CapturedChunk& chunk) { deliver(chunk); },
-          [this](int error) { onStreamEnded(error); }) {}
+          *connection_, [this](const CapturedChunk& chunk) { deliver(chunk); },
+          [this](int error) { onStreamEnded(error); }) {
+  connection_->nameLoopThread(queueLabel);
+}
 
 PulseIOProc::~PulseIOProc() { stop(); }
 

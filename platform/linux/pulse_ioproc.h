@@ -25,7 +25,9 @@ namespace ac::platform::linux_backend {
 
 class PulseIOProc {
  public:
-  PulseIOProc(const std::string& queueLabel, const std::string& server, IOBlock block,
+  // `connection` is the IOProc's own (possibly connected ahead of time);
+  // its loop thread is named after queueLabel.
+  PulseIOProc(const std::string& queueLabel, std::shared_ptr<PulseConnection> connection, IOBlock block,
               std::function<void()> serverGone);
   ~PulseIOProc();
 
@@ -48,7 +50,7 @@ class PulseIOProc {
 
   IOBlock block_;
   std::function<void()> serverGone_;
-  PulseConnection connection_;
+  std::shared_ptr<PulseConnection> connection_;
   PulseRecordStream stream_;
   std::string monitor_;  // what start() was last asked to record
   pa_sample_spec spec_{};

@@ -26,14 +26,14 @@ PulseMicCapture::~PulseMicCapture() {
 
 std::shared_ptr<CaptureDevice> PulseMicCapture::deviceNamed(const std::string& name) {
   Snapshot snap;
-  if (readSnapshot(*connection_, snap) != kNoErr) return nullptr;
+  if (PulseWatch::read(*connection_, snap) != kNoErr) return nullptr;
   const SourceInfo* source = snap.inputSource(name);
   return source ? std::make_shared<PulseCaptureDevice>(connection_, *source) : nullptr;
 }
 
 std::shared_ptr<CaptureDevice> PulseMicCapture::defaultAudioDevice() {
   Snapshot snap;
-  if (readSnapshot(*connection_, snap) != kNoErr) return nullptr;
+  if (PulseWatch::read(*connection_, snap) != kNoErr) return nullptr;
   // A monitor as the server's default source is no microphone: none then.
   const SourceInfo* source = snap.inputSource(snap.defaultSource);
   return source ? std::make_shared<PulseCaptureDevice>(connection_, *source) : nullptr;

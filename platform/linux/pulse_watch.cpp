@@ -7,10 +7,13 @@
 
 namespace ac::platform::linux_backend {
 
+namespace {
+std::mutex watchesMutex;
+std::map<PulseConnection*, std::weak_ptr<PulseWatch>> watches;
+}  // namespace
+
 std::shared_ptr<PulseWatch> PulseWatch::of(const std::shared_ptr<PulseConnection>& connection) {
-  static std::mutex mutex;
-  static std::map<PulseConnection*, std::weak_ptr<PulseWatch>> watches;
-  std::lock_guard<std::mutex> guard(mutex);
+  std::lock_guard<std::mutex> guard(watchesMutex);
   std::erase_if(watches, [](const auto& entry) { return entry.second.expired(); });
   auto w = watches[connection.get()].lock();
   if (!w) {
@@ -32,13 +35,35 @@ PulseWatch::~PulseWatch() {
   queue_.sync([] {});
 }
 
+OSStatus PulseWatch::read(PulseConnection& connection, Snapshot& out) {
+  std::shared_ptr<PulseWatch> watch;
+  {
+    std::lock_guard<std::mutex> guard(watchesMutex);
+    auto it = watches.find(&connection);
+    if (it != watches.end()) watch = it->second.lock();
+  }
+  // Without subscribers nothing keeps the snapshot up to date.
+  if (watch && watch->listened_) {
+    std::lock_guard<std::mutex> guard(watch->currentMutex_);
+    if (watch->current_ && watch->readAt_ == watch->events_.load()) {
+      out = *watch->current_;
+      return kNoErr;
+    }
+  }
+  return readSnapshot(connection, out);
+}
+
 void PulseWatch::changed() {
+  // Counted before the re-read is queued, so a read that might have missed
+  // this event never counts as current.
+  events_.fetch_add(1);
   if (pending_.exchange(true)) return;
   // The destructor drains the queue, so `this` outlives the block.
   queue_.async([this] { refresh(); });
 }
 
 OSStatus PulseWatch::refresh() {
+  const uint64_t seen = events_.load();
   pending_ = false;
   Snapshot now;
   // On failure the last view stays until the server answers again; while
@@ -55,6 +80,11 @@ OSStatus PulseWatch::refresh() {
   std::lock_guard<std::recursive_mutex> guard(mutex_);
   Snapshot before = std::move(last_);
   last_ = now;
+  {
+    std::lock_guard<std::mutex> current(currentMutex_);
+    current_ = std::make_shared<const Snapshot>(now);
+    readAt_ = seen;
+  }
   bool notify = haveBaseline_;
   haveBaseline_ = true;
   if (!notify) return kNoErr;
@@ -77,12 +107,14 @@ OSStatus PulseWatch::subscribe(Subscriber subscriber, uint64_t& token) {
   std::lock_guard<std::recursive_mutex> guard(mutex_);
   token = nextToken_++;
   subscribers_.emplace(token, std::move(subscriber));
+  listened_ = true;
   return kNoErr;
 }
 
 void PulseWatch::unsubscribe(uint64_t token) {
   std::lock_guard<std::recursive_mutex> guard(mutex_);
   subscribers_.erase(token);
+  listened_ = !subscribers_.empty();
 }
 
 }  // namespace ac::platform::linux_backend

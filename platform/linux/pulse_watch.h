@@ -42,6 +42,12 @@ class PulseWatch : public std::enable_shared_from_this<PulseWatch> {
   // Schedules a re-read; bursts collapse into one. Safe on any thread.
   void changed();
 
+  // The server's sinks, sources and defaults: from the watch of `connection`
+  // when it is current (subscribed to, connected, and read since the
+  // server's last event), otherwise read from the server. Any thread but
+  // the watch's queue and the loop thread.
+  static OSStatus read(PulseConnection& connection, Snapshot& out);
+
  private:
   // Reads a snapshot and hands subscribers the change (on queue_).
   OSStatus refresh();
@@ -49,6 +55,14 @@ class PulseWatch : public std::enable_shared_from_this<PulseWatch> {
   std::shared_ptr<PulseConnection> connection_;
   SerialQueue queue_;
   std::atomic<bool> pending_{false};
+  // Server events seen so far. What read() hands out: the latest snapshot
+  // and how many events it reflects, under a lock of their own that is
+  // never held while anything else is taken.
+  std::atomic<uint64_t> events_{0};
+  std::atomic<bool> listened_{false};  // subscribers_ is not empty
+  std::mutex currentMutex_;
+  std::shared_ptr<const Snapshot> current_;
+  uint64_t readAt_ = 0;
   // Guards subscribers_, last_ and haveBaseline_; held while subscribers run
   // and recursive so one may unsubscribe itself.
   std::recursive_mutex mutex_;

@@ -1,9 +1,15 @@
-// Armed launches that record: "go" through the real FIFOs, then the two ways
-// such a recording ends that only a real run shows — the owner closing the
-// go pipe, and a SIGTERM that lands while the recorder is still starting.
+// Armed launches through the real FIFOs: "go" records until the owner closes
+// the go pipe; a SIGTERM that lands while the recorder is still starting is
+// honoured once it runs; and many launches, each with one rival of "go"
+// (SIGTERM, SIGINT, the owner leaving, the default input changing) at a
+// random moment around it, each end exactly one way: one outcome line on
+// the status pipe, exit status 0, and a file only when it recorded.
 #include <signal.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <map>
+#include <random>
 
 #include "e2e_recovery/armed_owner.h"
 #include "e2e_recovery/recovery_fixture.h"
@@ -26,6 +32,34 @@ bool waitForThread(int pid, const std::string& name, double timeoutSeconds) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return false;
+}
+
+enum class Rival { sigterm, sigint, ownerGone, inputChange };
+
+// By Rival: its name, and what a release it caused reads on the status
+// pipe (nothing when it cannot release: the owner leaves only after go).
+const struct {
+  const char* name;
+  std::optional<std::string> released;
+} kRivals[] = {{"SIGTERM", "released sigterm"},
+               {"SIGINT", "released sigterm"},
+               {"owner gone", std::nullopt},
+               {"input change", "released input-device-changed"}};
+
+// Sanitized builds launch several times slower.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int kDefaultLaunches = 40;
+#else
+constexpr int kDefaultLaunches = 100;
+#endif
+// The rival comes up to 5 ms before go (never for the owner, who leaves
+// only after it) to 10 ms after: before the read, during the few
+// milliseconds of the start, and after ready.
+constexpr int kEarliestMicros = -5000, kLatestMicros = 10000;
+
+int envInt(const char* name, int fallback) {
+  const char* value = std::getenv(name);
+  return value ? std::atoi(value) : fallback;
 }
 
 class ArmedE2E : public RecoveryE2E {
@@ -101,6 +135,79 @@ TEST_F(ArmedE2E, SigtermBetweenGoAndReadyIsHonouredOnceRunning) {
                             {"-v", "error", "-show_entries", "stream=codec_name", "-of", "csv=p=0", r.outputPath});
   EXPECT_EQ(probe.status, 0) << probe.err;
   EXPECT_EQ(probe.out, "aac\n") << probe.err;
+}
+
+TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
+  // A second microphone, for the default input to change to.
+  LoadedModule second(s, {"module-remap-source", "master=micfeed.monitor", "source_name=mic2"});
+  ASSERT_TRUE(second.ok());
+  auto act = [&](Rival rival, ArmedOwner& owner, int pid) {
+    switch (rival) {
+      case Rival::sigterm: ::kill(pid, SIGTERM); break;
+      case Rival::sigint: ::kill(pid, SIGINT); break;
+      case Rival::ownerGone: owner.closeGo(); break;
+      case Rival::inputChange: setDefaultSource(s, "mic2"); break;
+    }
+  };
+  const int launches = envInt("AC_ARMED_STRESS_LAUNCHES", kDefaultLaunches);
+  const unsigned seed = static_cast<unsigned>(envInt("AC_ARMED_STRESS_SEED", int(std::random_device{}() >> 1)));
+  std::printf("%d launches, seed %u (AC_ARMED_STRESS_SEED repeats them)\n", launches, seed);
+  std::mt19937 random(seed);
+  std::map<std::string, int> outcomes;
+
+  for (int i = 0; i < launches; ++i) {
+    const auto rival = static_cast<Rival>(random() % 4);
+    const int micros = std::uniform_int_distribution<int>(rival == Rival::ownerGone ? 0 : kEarliestMicros,
+                                                          kLatestMicros)(random);
+    SCOPED_TRACE(std::string("launch ") + std::to_string(i) + ": " + kRivals[int(rival)].name + " at " +
+                 std::to_string(micros) + " us from go");
+    std::filesystem::remove(s.path("call.m4a"));
+    ArmedOwner owner(s);
+    Recording r(s, owner.armedArgs());
+    const std::string pid = std::to_string(r.pid());
+    ASSERT_EQ(owner.nextLine(), "armed, pid=" + pid) << r.log();
+
+    if (micros < 0) {
+      act(rival, owner, r.pid());
+      std::this_thread::sleep_for(std::chrono::microseconds(-micros));
+      owner.send("go\n");
+    } else {
+      owner.send("go\n");
+      std::this_thread::sleep_for(std::chrono::microseconds(micros));
+      act(rival, owner, r.pid());
+    }
+    const std::optional<std::string> outcome = owner.nextLine();
+    // A change of input after go is the recording's business: it goes on
+    // until its owner leaves.
+    if (rival == Rival::inputChange) owner.closeGo();
+    const auto waited = std::chrono::steady_clock::now();
+    ExeResult result = r.wait(10);
+    EXPECT_LT(secondsSince(waited), 10) << "the launch did not end by itself";
+    EXPECT_EQ(owner.nextLine(0.05), std::nullopt) << "a second outcome line";
+    if (rival == Rival::inputChange) setDefaultSource(s, "mic");
+
+    const std::string log = r.log();
+    EXPECT_TRUE(result.exited && result.status == 0) << result.status << "\n" << log;
+    // Run from a sanitized build, the recorder is sanitized too.
+    EXPECT_EQ(result.err.find("Sanitizer"), std::string::npos) << result.err;
+    if (outcome == "ready, pid=" + pid) {
+      // A signal that came while the recorder was starting says so.
+      const bool deferred = countLines(log, "signal received during start — honoured once running") == 1;
+      ++outcomes[std::string(kRivals[int(rival)].name) + (deferred ? " → ready, stop deferred" : " → ready")];
+      EXPECT_EQ(result.out, "pid=" + pid + "\n");
+      EXPECT_EQ(countLines(log, "signal received"), 1u) << log;
+      EXPECT_EQ(logLines(log).back(), "exit") << log;
+      EXPECT_TRUE(s.exists("call.m4a"));
+    } else {
+      ++outcomes[std::string(kRivals[int(rival)].name) + " → " + outcome.value_or("no line")];
+      EXPECT_EQ(outcome, kRivals[int(rival)].released) << log;
+      EXPECT_EQ(result.out, "");
+      EXPECT_EQ(countPrefixed(log, "armed: released ("), 1u) << log;
+      EXPECT_FALSE(s.exists("call.m4a")) << "a released launch leaves no file";
+    }
+    if (HasFailure()) break;
+  }
+  for (const auto& [what, count] : outcomes) std::printf("%4d × %s\n", count, what.c_str());
 }
 
 }  // namespace

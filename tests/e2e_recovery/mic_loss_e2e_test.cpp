@@ -60,7 +60,7 @@ TEST_F(MicLossE2E, LosingTheDefaultMicrophoneMovesTheTrackToTheNewDefault) {
   const double lostAt = secondsSince(ready);
   // Only "mic" is left that is no monitor: the server's new default (on
   // PipeWire a moment later).
-  ASSERT_TRUE(test::eventually([&] { return defaultSource(s) == "mic"; }));
+  ASSERT_TRUE(test::eventually([&] { return pactl(s, {"get-default-source"}) == "mic\n"; }));
   sleepSeconds(2);
   const double recorded = secondsSince(ready);
   ASSERT_EQ(r.stop(SIGTERM).status, 0);

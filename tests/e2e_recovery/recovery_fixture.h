@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -32,9 +33,15 @@ class RecoveryE2E : public ::testing::Test {
     live = std::make_unique<LiveSinks>(s, sinks);
     ASSERT_TRUE(live->ok()) << "the silence streams did not start";
   }
-  // A tone on `sink` for `seconds`, from now.
+  // A tone on `sink` for `seconds`, from about now: it returns once the
+  // player's stream is on the server (a loaded machine can take a second to
+  // start a player).
   std::unique_ptr<RunningExe> tone(const std::string& sink, double hz, double seconds) {
-    return play(s, sink, sineWave(kToneRate, hz, seconds, 0.5f), sink + "-" + std::to_string(int(hz)) + ".wav");
+    auto streams = [&] { return std::ranges::count(pactl(s, {"list", "short", "sink-inputs"}), '\n'); };
+    const auto before = streams();
+    auto player = play(s, sink, sineWave(kToneRate, hz, seconds, 0.5f), sink + "-" + std::to_string(int(hz)) + ".wav");
+    for (int i = 0; i < 100 && streams() <= before; ++i) sleepSeconds(0.02);
+    return player;
   }
 
   Scratch s;

@@ -41,12 +41,6 @@ bool setDefaultSource(const test::Scratch& scratch, const std::string& source) {
   return runTool(scratch, "/usr/bin/pactl", {"set-default-source", source}).status == 0;
 }
 
-std::string defaultSource(const test::Scratch& scratch) {
-  std::string name = pactl(scratch, {"get-default-source"});
-  while (!name.empty() && name.back() == '\n') name.pop_back();
-  return name;
-}
-
 DefaultsRestored::~DefaultsRestored() {
   setDefaultSink(scratch_, "speaker");
   setDefaultSource(scratch_, "mic");

@@ -16,7 +16,6 @@ namespace ac::e2e {
 std::string pactl(const test::Scratch& scratch, const std::vector<std::string>& args);
 bool setDefaultSink(const test::Scratch& scratch, const std::string& sink);
 bool setDefaultSource(const test::Scratch& scratch, const std::string& source);
-std::string defaultSource(const test::Scratch& scratch);
 
 // Puts back the server's own defaults (sink "speaker", source "mic") when it
 // goes, whatever the test moved them to.
