@@ -41,7 +41,7 @@ struct SystemPeriod {
   std::array<uint32_t, maxBuffers> channels{};
   std::array<uint32_t, maxBuffers> bytes{};
   std::array<SystemCallbackEvent, maxEvents> events{};
-  std::array<uint8_t, maxBytes> audio{};
+  std::array<uint8_t, maxBytes> audio;  // left unzeroed (see SpscRing)
 
   void clear() { hasSample = askForNotice = false, eventCount = 0; }
   void report(const SystemCallbackEvent& e) {
@@ -56,6 +56,9 @@ struct SystemPeriod {
   platform::SampleBuffer sampleBuffer() const;
 };
 
-inline constexpr size_t systemPeriodSlots = 32;
+// About 2.5 s of 10 ms periods: how long the write queue may stall (a slow
+// disk, a loaded machine) before a period is dropped. Untouched slot pages
+// cost no memory.
+inline constexpr size_t systemPeriodSlots = 256;
 
 }  // namespace ac::capture

@@ -19,7 +19,10 @@ namespace ac {
 template <class T>
 class SpscRing {
  public:
-  explicit SpscRing(size_t capacity) : size_(capacity + 1), slots_(std::make_unique<T[]>(capacity + 1)) {}
+  // Slots are default-initialised, not zeroed: a large byte array in a slot
+  // costs address space, and memory only for the pages a producer writes.
+  explicit SpscRing(size_t capacity)
+      : size_(capacity + 1), slots_(std::make_unique_for_overwrite<T[]>(capacity + 1)) {}
   SpscRing(const SpscRing&) = delete;
   SpscRing& operator=(const SpscRing&) = delete;
 

@@ -65,7 +65,7 @@ class MicChunkPipe {
                                             AudioFormatDescription format);
   void push(const CapturedChunk& chunk);
 
-  static constexpr size_t kSlots = 16;
+  static constexpr size_t kSlots = 256;  // ~2.5 s of 10 ms chunks before a drop
   static constexpr size_t kSlotBytes = 64 * 1024;  // a libpulse memory block
 
  private:
