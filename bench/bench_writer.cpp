@@ -76,7 +76,7 @@ bool writeWithWriter(const std::string& path, const std::vector<Track>& tracks, 
   }
   std::vector<std::shared_ptr<WriterInput>> inputs;
   for (const Track& t : tracks) {
-    inputs.push_back(writer->makeInput({kAudioFormatMPEG4AAC, kRate, t.channels, t.bitRate}));
+    inputs.push_back(writer->makeInput({kAudioFormatMPEG4AAC, kRate, t.channels, t.bitRate}, "t"));
     writer->addInput(inputs.back());
   }
   if (!writer->startWriting()) return false;

@@ -54,7 +54,8 @@ class AssetWriter {
  public:
   virtual ~AssetWriter() = default;
   virtual bool canApplyOutputSettings(const AudioOutputSettings& settings) = 0;
-  virtual std::shared_ptr<WriterInput> makeInput(const AudioOutputSettings& settings) = 0;
+  // An input whose track players list as `name` ("System audio").
+  virtual std::shared_ptr<WriterInput> makeInput(const AudioOutputSettings& settings, const std::string& name) = 0;
   virtual bool canAddInput(const std::shared_ptr<WriterInput>& input) = 0;
   virtual void addInput(const std::shared_ptr<WriterInput>& input) = 0;
   virtual bool startWriting() = 0;

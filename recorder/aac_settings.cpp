@@ -56,7 +56,7 @@ AACWriterInput makeAACWriterInput(platform::AssetWriter& writer, double sourceRa
                                                    " ch=" + std::to_string(sourceChannels) + ")");
 
   AACWriterInput result;
-  result.input = writer.makeInput(settings);
+  result.input = writer.makeInput(settings, label == "mic" ? micTrackName : systemTrackName);
   if (!result.input) throw CaptureError(noAACSettingsErrorCode, "writer could not create the " + label + " input");
   result.input->setExpectsMediaDataInRealTime(true);
   result.rate = accepted->rate;

@@ -53,6 +53,11 @@ struct AACWriterInput {
 // log lines ("sys", "mic"); `sourceIsMeasured` says whether the source format
 // was read from a device or is a format the program requested. Throws
 // CaptureError code -7 when every candidate is refused.
+// What players call each track.
+inline constexpr const char* systemTrackName = "System audio";
+inline constexpr const char* micTrackName = "Microphone";
+
+// The input for track `label` ("sys" or "mic"), named for what it holds.
 AACWriterInput makeAACWriterInput(platform::AssetWriter& writer, double sourceRate, uint32_t sourceChannels,
                                   int bitRate, const std::string& label, bool sourceIsMeasured);
 

@@ -52,19 +52,12 @@ struct WriterState {
   }
 };
 
-// The name players show for track `index` of `count`. The recorder adds the
-// system track first and the microphone second, and encodes the microphone
-// alone as 64 kb/s mono; the seam carries no track roles, so the names
-// follow from that.
-std::string trackName(size_t index, size_t count, const AudioOutputSettings& s) {
-  const bool microphone = count > 1 ? index > 0 : (s.channels == 1 && s.bitRate == 64000);
-  return microphone ? "Microphone" : "System audio";
-}
-
 class FFmpegWriterInput final : public WriterInput {
  public:
-  FFmpegWriterInput(std::shared_ptr<WriterState> state, AudioOutputSettings settings, std::unique_ptr<WriterTrack> track)
-      : state_(std::move(state)), settings_(settings), track_(std::move(track)) {}
+  FFmpegWriterInput(std::shared_ptr<WriterState> state, AudioOutputSettings settings, std::string name,
+                    std::unique_ptr<WriterTrack> track)
+      : name(std::move(name)), state_(std::move(state)), settings_(settings), track_(std::move(track)) {}
+  const std::string name;
 
   AudioOutputSettings settings() const override { return settings_; }
   void setExpectsMediaDataInRealTime(bool) override {}
@@ -118,10 +111,10 @@ class FFmpegAssetWriter final : public AssetWriter {
 
   bool canApplyOutputSettings(const AudioOutputSettings& settings) override { return AacEncoder::accepts(settings); }
 
-  std::shared_ptr<WriterInput> makeInput(const AudioOutputSettings& settings) override {
+  std::shared_ptr<WriterInput> makeInput(const AudioOutputSettings& settings, const std::string& name) override {
     int averror = 0;
     auto track = WriterTrack::open(settings, averror);
-    return std::make_shared<FFmpegWriterInput>(state_, settings, std::move(track));
+    return std::make_shared<FFmpegWriterInput>(state_, settings, name, std::move(track));
   }
 
   bool canAddInput(const std::shared_ptr<WriterInput>& input) override {
@@ -147,7 +140,7 @@ class FFmpegAssetWriter final : public AssetWriter {
     for (size_t k = 0; k < inputs_.size(); ++k) {
       WriterTrack& track = inputs_[k]->track();
       const int stream =
-          state_->muxer->addStream(track.encoder().context(), trackName(k, inputs_.size(), inputs_[k]->settings()));
+          state_->muxer->addStream(track.encoder().context(), inputs_[k]->name);
       if (stream < 0) {
         state_->failOn(stream, "add track");
         return false;

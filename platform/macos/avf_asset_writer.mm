@@ -64,12 +64,16 @@ class AVFAssetWriter final : public AssetWriter {
     return [writer_ canApplyOutputSettings:writerSettingsDictionary(settings) forMediaType:AVMediaTypeAudio];
   }
 
-  std::shared_ptr<WriterInput> makeInput(const AudioOutputSettings& settings) override {
+  std::shared_ptr<WriterInput> makeInput(const AudioOutputSettings& settings, const std::string& name) override {
     // Settings the encoder cannot take raise instead of returning nil.
     @try {
-      return std::make_shared<AVFWriterInput>(
-          [AVAssetWriterInput assetWriterInputWithMediaType:AVMediaTypeAudio
-                                             outputSettings:writerSettingsDictionary(settings)]);
+      AVAssetWriterInput* input = [AVAssetWriterInput assetWriterInputWithMediaType:AVMediaTypeAudio
+                                                                     outputSettings:writerSettingsDictionary(settings)];
+      AVMutableMetadataItem* title = [AVMutableMetadataItem metadataItem];
+      title.identifier = AVMetadataCommonIdentifierTitle;
+      title.value = [NSString stringWithUTF8String:name.c_str()];
+      input.metadata = @[ title ];
+      return std::make_shared<AVFWriterInput>(input);
     } @catch (NSException*) {
       return nullptr;
     }

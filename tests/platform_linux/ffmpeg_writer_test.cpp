@@ -96,7 +96,7 @@ class FFmpegWriterTest : public ::testing::Test {
     return w;
   }
   std::shared_ptr<WriterInput> add(AssetWriter& w, double rate, int channels) {
-    auto in = w.makeInput({kAudioFormatMPEG4AAC, rate, channels, 64000});
+    auto in = w.makeInput({kAudioFormatMPEG4AAC, rate, channels, 64000}, "t");
     EXPECT_TRUE(w.canAddInput(in));
     w.addInput(in);
     return in;

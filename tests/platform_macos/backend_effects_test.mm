@@ -125,7 +125,7 @@ TEST(WriterBackend, WritesAnAACFileEndToEnd) {
 
   const p::AudioOutputSettings settings{p::kAudioFormatMPEG4AAC, 48000, 2, 128000};
   ASSERT_TRUE(writer->canApplyOutputSettings(settings));
-  auto input = writer->makeInput(settings);
+  auto input = writer->makeInput(settings, "System audio");
   ASSERT_TRUE(input);
   EXPECT_EQ(input->settings(), settings);
   input->setExpectsMediaDataInRealTime(true);
@@ -159,7 +159,7 @@ TEST(WriterBackend, AFileThatCannotBeCreatedFailsWithThePlatformsError) {
     EXPECT_FALSE(error.domain.empty());
     return;
   }
-  writer->addInput(writer->makeInput({p::kAudioFormatMPEG4AAC, 48000, 2, 128000}));
+  writer->addInput(writer->makeInput({p::kAudioFormatMPEG4AAC, 48000, 2, 128000}, "t"));
   EXPECT_FALSE(writer->startWriting());
   EXPECT_EQ(writer->status(), p::WriterStatus::failed);
   ASSERT_TRUE(writer->error().has_value());

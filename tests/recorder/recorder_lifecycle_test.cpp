@@ -78,8 +78,8 @@ TEST_F(RecorderTest, SystemOnlyRecordingHasOneTrackAndNoMicSession) {
 TEST_F(RecorderTest, FirstMicSampleAnchorsZeroAndSystemSitsAtItsHostDistance) {
   started(true, true);
   ASSERT_EQ(writer()->inputs().size(), 2u);
-  EXPECT_EQ(track(0)->settings().channels, 2);  // system first
-  EXPECT_EQ(track(1)->settings().channels, 1);
+  EXPECT_EQ(track(0)->name + "/" + std::to_string(track(0)->settings().channels), "System audio/2");  // system first
+  EXPECT_EQ(track(1)->name + "/" + std::to_string(track(1)->settings().channels), "Microphone/1");
   mic(1'000'000'000);
   sys(1'250'000'000);
   waitAttempts(0, 1);

@@ -69,8 +69,9 @@ class OwnedWriter final : public platform::AssetWriter {
   explicit OwnedWriter(std::shared_ptr<SimAssetWriter> w) : w_(std::move(w)) {}
   ~OwnedWriter() override { w_->markReleased(); }
   bool canApplyOutputSettings(const platform::AudioOutputSettings& s) override { return w_->canApplyOutputSettings(s); }
-  std::shared_ptr<platform::WriterInput> makeInput(const platform::AudioOutputSettings& s) override {
-    return w_->makeInput(s);
+  std::shared_ptr<platform::WriterInput> makeInput(const platform::AudioOutputSettings& s,
+                                                   const std::string& name) override {
+    return w_->makeInput(s, name);
   }
   bool canAddInput(const std::shared_ptr<platform::WriterInput>& i) override { return w_->canAddInput(i); }
   void addInput(const std::shared_ptr<platform::WriterInput>& i) override { w_->addInput(i); }

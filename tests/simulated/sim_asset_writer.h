@@ -39,6 +39,7 @@ class SimWriterInput final : public platform::WriterInput {
  public:
   SimWriterInput(platform::AudioOutputSettings settings, std::weak_ptr<SimAssetWriter> writer)
       : settings_(settings), writer_(std::move(writer)) {}
+  std::string name;  // as the recorder named the track; set once, before use
 
   // --- scripting ---
   void setReady(bool ready) { writeLocked(mutex_, ready_, ready); }
@@ -99,8 +100,11 @@ class SimAssetWriter final : public platform::AssetWriter, public std::enable_sh
 
   // --- platform::AssetWriter ---
   bool canApplyOutputSettings(const platform::AudioOutputSettings& settings) override;
-  std::shared_ptr<platform::WriterInput> makeInput(const platform::AudioOutputSettings& settings) override {
-    return std::make_shared<SimWriterInput>(settings, weak_from_this());
+  std::shared_ptr<platform::WriterInput> makeInput(const platform::AudioOutputSettings& settings,
+                                                   const std::string& name) override {
+    auto input = std::make_shared<SimWriterInput>(settings, weak_from_this());
+    input->name = name;
+    return input;
   }
   bool canAddInput(const std::shared_ptr<platform::WriterInput>&) override {
     std::lock_guard lock(mutex_);
