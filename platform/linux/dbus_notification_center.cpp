@@ -33,7 +33,7 @@ std::string escapeBodyMarkup(const std::string& body) {
 std::string freedesktopSoundName(const std::string& soundName) {
   if (soundName.empty()) return "message-new-instant";
   if (soundName == "Basso") return "dialog-warning";
-  // A name of the sound-naming specification passes as it is; another
+  // A freedesktop sound-theme name passes as it is; another
   // platform's name would find no sound, so it gets the default.
   return soundName.find('-') != std::string::npos ? soundName : "message-new-instant";
 }

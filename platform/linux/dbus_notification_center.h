@@ -8,8 +8,8 @@
 // - add: Notify with the category's actions (identifier, title) and, where
 //   a body click does something, "default" labelled with what it does;
 //   none at all where the service has no "actions" capability (said once).
-//   The sound travels as "sound-name" in the sound-naming specification's
-//   words, the desktop entry as "desktop-entry" and the icon by its name; a
+//   The sound travels as "sound-name" (a freedesktop sound-theme name), the
+//   desktop entry as "desktop-entry" and the icon by its name; a
 //   resident banner gets the "resident" hint and stays until it is acted on,
 //   withdrawn or its expiry, and a plain one the service's own timeout. The
 //   body is escaped where the service reads markup.
