@@ -66,7 +66,7 @@ std::string wavFile(const Pcm& pcm) {
 
 Pcm pcmFromFloatBytes(int rate, const std::string& bytes) {
   Pcm pcm{rate, std::vector<float>(bytes.size() / sizeof(float))};
-  std::memcpy(pcm.samples.data(), bytes.data(), pcm.samples.size() * sizeof(float));
+  if (!pcm.samples.empty()) std::memcpy(pcm.samples.data(), bytes.data(), pcm.samples.size() * sizeof(float));
   return pcm;
 }
 
