@@ -56,9 +56,10 @@ struct SystemPeriod {
   platform::SampleBuffer sampleBuffer() const;
 };
 
-// About 2.5 s of 10 ms periods: how long the write queue may stall (a slow
-// disk, a loaded machine) before a period is dropped. Untouched slot pages
-// cost no memory.
-inline constexpr size_t systemPeriodSlots = 256;
+// How many callbacks the write queue may fall behind (a slow disk, a loaded
+// machine) before a period is dropped: 10 s of 10 ms periods, and still
+// half a second where a low-latency player drives the server to 0.5 ms
+// callbacks. Untouched slot pages cost no memory (about 4 MB in use then).
+inline constexpr size_t systemPeriodSlots = 1024;
 
 }  // namespace ac::capture
