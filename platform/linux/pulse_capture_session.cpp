@@ -66,17 +66,22 @@ std::shared_ptr<MicChunkPipe> MicChunkPipe::make(std::shared_ptr<PulseAudioDataO
 }
 
 void MicChunkPipe::push(const CapturedChunk& chunk) {
-  MicChunk* slot = ring_.claim();
-  if (!slot) {
-    overruns_.fetch_add(1, std::memory_order_relaxed);
-  } else if (chunk.bytes > slot->data.size()) {
-    tooLarge_.fetch_add(1, std::memory_order_relaxed);
-  } else {
-    slot->hostTimeNs = chunk.hostTimeNs;
-    slot->frames = chunk.frames;
-    slot->bytes = chunk.bytes;
-    std::memcpy(slot->data.data(), chunk.data, chunk.bytes);
+  const size_t frameBytes = std::max<size_t>(1, format_.asbd.bytesPerFrame);
+  const size_t slotFrames = kSlotBytes / frameBytes;
+  const auto* bytes = static_cast<const uint8_t*>(chunk.data);
+  for (uint64_t done = 0; done < chunk.frames;) {
+    MicChunk* slot = ring_.claim();
+    if (!slot) {
+      overruns_.fetch_add(1, std::memory_order_relaxed);
+      break;
+    }
+    const uint64_t frames = std::min<uint64_t>(slotFrames, chunk.frames - done);
+    slot->hostTimeNs = chunk.hostTimeNs + int64_t(double(done) * 1e9 / format_.asbd.sampleRate);
+    slot->frames = frames;
+    slot->bytes = frames * frameBytes;
+    std::memcpy(slot->data.data(), bytes + done * frameBytes, slot->bytes);
     ring_.publish();
+    done += frames;
   }
   signal_->signal();  // also when dropping: the queue logs the count
 }
@@ -102,7 +107,6 @@ void MicChunkPipe::drain() {
       d.queue->async([h = std::move(d.handler), sb = std::move(sb)] { h(sb); });
   }
   logDrops(overruns_, loggedOverruns_, "the delivery queue fell behind");
-  logDrops(tooLarge_, loggedTooLarge_, "a chunk did not fit its slot");
 }
 
 void MicChunkPipe::logDrops(const std::atomic<int64_t>& count, int64_t& logged, const char* why) {

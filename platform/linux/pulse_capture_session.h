@@ -65,8 +65,12 @@ class MicChunkPipe {
                                             AudioFormatDescription format);
   void push(const CapturedChunk& chunk);
 
-  static constexpr size_t kSlots = 256;  // ~2.5 s of 10 ms chunks before a drop
-  static constexpr size_t kSlotBytes = 64 * 1024;  // a libpulse memory block
+  // How far the write queue may fall behind before a chunk is dropped: 10 s
+  // of 10 ms chunks, half a second where a low-latency player drives the
+  // server to 0.5 ms ones. A larger chunk (up to a 64 KiB libpulse memory
+  // block) takes several slots.
+  static constexpr size_t kSlots = 1024;
+  static constexpr size_t kSlotBytes = 8 * 1024;
 
  private:
   struct MicChunk {
@@ -84,9 +88,7 @@ class MicChunkPipe {
   ::ac::SerialQueue* const queue_;
   ::ac::SpscRing<MicChunk> ring_;
   std::atomic<int64_t> overruns_{0};
-  std::atomic<int64_t> tooLarge_{0};
   int64_t loggedOverruns_ = 0;  // the queue's
-  int64_t loggedTooLarge_ = 0;
   std::unique_ptr<::ac::QueueSignal> signal_;
 };
 

@@ -69,7 +69,7 @@ TEST(DistributedNotification, BecomesASignalOfTheNamespace) {
 }
 
 TEST(Registry, RowsAndCategoriesRoundTripAndBadRowsAreSkipped) {
-  NotificationContent content{"T", "B & <b>", "Glass", nlohmann::json{{"vela_click_v", 1}}, "cat"};
+  NotificationContent content{"T", "B & <b>", "Glass", nlohmann::json{{"vela_click_v", 1}}, "cat", false, "", 0};
   std::vector<RegistryRow> rows = {{"REQ", ":1.5", 7, content, 12.5}, {"PLAIN", ":1.5", 8, {}, 13}};
   EXPECT_EQ(decodeRegistryRows(encodeRegistryRows(rows)), rows);
   EXPECT_EQ(decodeRegistryRows(R"({"v":1,"rows":[{"id":"","server":":1","server_id":1},7,
