@@ -73,10 +73,12 @@ class MicChunkPipe {
   static constexpr size_t kSlotBytes = 8 * 1024;
 
  private:
+  // No initialisers: push() writes every field before publishing, and an
+  // untouched slot then costs no memory.
   struct MicChunk {
-    int64_t hostTimeNs = 0;
-    uint64_t frames = 0;
-    size_t bytes = 0;
+    int64_t hostTimeNs;
+    uint64_t frames;
+    size_t bytes;
     std::array<uint8_t, kSlotBytes> data;
   };
   MicChunkPipe(std::shared_ptr<PulseAudioDataOutput> output, ::ac::SerialQueue& queue, AudioFormatDescription format);
