@@ -74,10 +74,10 @@ TEST_F(RecordingE2E, SystemThenMicTrackLastTheRecordingAndTheLogTellsTheWholeRun
   expectDominant(tracks[0], kSystemHz, kMicHz);
   expectDominant(tracks[1], kMicHz, kSystemHz);
   // Capture starts a few milliseconds before "ready" is logged and ends a
-  // few after the signal. Decoded, a track also holds the encoder's priming
-  // (1024 frames, 23 ms at 44.1 kHz) and is padded to whole 1024-frame AAC
-  // frames: up to 70 ms more than the time recorded. 50 ms less or 150 ms
-  // more means a late time-line anchor, lost audio or a tail cut off.
+  // few after the signal. Decoded (the file's edit list skips the encoder's
+  // priming), a track may end padded to a whole 1024-frame AAC frame. 50 ms
+  // less or 150 ms more means a late time-line anchor, lost audio or a tail
+  // cut off.
   for (const Pcm& track : tracks) {
     EXPECT_GE(track.seconds(), recorded - 0.05) << "track at " << track.rate << " Hz";
     EXPECT_LE(track.seconds(), recorded + 0.15) << "track at " << track.rate << " Hz";
