@@ -37,10 +37,14 @@ TEST(SerialQueue, SyncFromOwnQueueAndDestructionDrainAndSelfDestruction) {
   }
   EXPECT_EQ(count.load(), 51);
   // Destroyed by its own block: what is queued behind it still runs.
+  // The gate holds the queue until both blocks are queued, so nothing here
+  // touches the queue after its own block may have deleted it.
   auto* q = new SerialQueue("test.self");
-  Semaphore done;
+  Semaphore gate, done;
+  q->async([&] { gate.wait(); });
   q->async([q] { delete q; });
   q->async([&] { done.signal(); });
+  gate.signal();
   EXPECT_TRUE(done.wait(30));
 }
 
