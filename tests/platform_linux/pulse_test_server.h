@@ -42,18 +42,11 @@ inline bool onPipeWire() {
   return pipewire;
 }
 
-inline float peak(const float* samples, size_t n) {
-  float p = 0;
-  for (size_t i = 0; i < n; ++i) p = std::max(p, std::fabs(samples[i]));
-  return p;
-}
-
-// Silence for leadSeconds, then a 1 kHz sine of `amplitude`; interleaved
-// float stereo at 48 kHz.
-inline std::vector<float> leadThenTone(double leadSeconds, double toneSeconds, float amplitude = 0.8f) {
-  std::vector<float> v(size_t(leadSeconds * 48000) * 2, 0.f);
-  for (size_t i = 0; i < size_t(toneSeconds * 48000); ++i) {
-    float s = amplitude * float(std::sin(2 * M_PI * 1000.0 * double(i) / 48000.0));
+// `seconds` of a 1 kHz sine at 0.8, interleaved float stereo at 48 kHz.
+inline std::vector<float> tone(double seconds) {
+  std::vector<float> v;
+  for (size_t i = 0; i < size_t(seconds * 48000); ++i) {
+    float s = 0.8f * float(std::sin(2 * M_PI * 1000.0 * double(i) / 48000.0));
     v.insert(v.end(), {s, s});
   }
   return v;
@@ -93,7 +86,6 @@ class SimpleStream {
   std::atomic<bool> stop_{false};
   std::thread thread_;
 };
-using TonePlayer = SimpleStream;
 
 class PulseServerTest : public ::testing::Test {
  protected:
@@ -113,6 +105,13 @@ class PulseServerTest : public ::testing::Test {
     for (auto it = modules_.rbegin(); it != modules_.rend(); ++it) pactl("unload-module " + *it);
     if (!savedSink_.empty()) pactl("set-default-sink " + savedSink_);
     if (!savedSource_.empty()) pactl("set-default-source " + savedSource_);
+  }
+
+  // Sets the server's default "sink" or "source" and waits until the server
+  // reports it: PipeWire takes a new default a moment after pactl returns.
+  bool setDefault(const std::string& kind, const std::string& name) {
+    pactl("set-default-" + kind + " " + name);
+    return eventually([&] { return pactl("get-default-" + kind) == name; });
   }
 
   std::string uniqueName(const std::string& stem) {

@@ -75,10 +75,10 @@ TEST_F(RealTimeCallbackTest, CallbacksNeitherAllocateNorLockOverARecording) {
   const std::string sink = uniqueName("rt_sink"), mic = uniqueName("rt_mic");
   addSink(sink, "RT");
   addMicOn(sink, mic, "RT_Mic");
-  pactl("set-default-sink " + sink);
-  pactl("set-default-source " + mic);
-  TonePlayer tone(sink, leadThenTone(0, 4));
-  ASSERT_TRUE(tone.ok());
+  ASSERT_TRUE(setDefault("sink", sink));
+  ASSERT_TRUE(setDefault("source", mic));
+  SimpleStream player(sink, tone(4));
+  ASSERT_TRUE(player.ok());
 
   std::unique_ptr<platform::Platform> platform = platform::makePlatform();
   test::ScratchDir dir;
