@@ -6,6 +6,7 @@
 
 #include <cmath>
 
+#include "e2e_recording/track_analysis.h"
 #include "platform/linux/backends.h"
 #include "platform/linux/ffmpeg_pcm_format.h"
 #include "platform/linux/ffmpeg_track_timeline.h"
@@ -60,31 +61,16 @@ void feed(WriterInput& in, const Source& s, double fromSeconds, double seconds, 
   }
 }
 
-using test::commandOutput;
-
-// Track `index` decoded to mono float at its own rate.
-std::vector<float> decode(const std::string& path, int index) {
-  const std::string raw =
-      commandOutput("ffmpeg -v error -i '" + path + "' -map 0:a:" + std::to_string(index) + " -ac 1 -f f32le -");
-  std::vector<float> pcm(raw.size() / 4);
-  std::memcpy(pcm.data(), raw.data(), pcm.size() * 4);
-  return pcm;
+// Track `index` decoded to mono float at `rate`, its own.
+e2e::Pcm decode(const std::string& path, int index, int rate = 48000) {
+  return e2e::pcmFromFloatBytes(rate, test::commandOutput("ffmpeg -v error -i '" + path + "' -map 0:a:" +
+                                                          std::to_string(index) + " -ac 1 -f f32le -"));
 }
 
-double rms(const std::vector<float>& pcm, int rate, double from, double to) {
-  double sum = 0;
-  const size_t a = size_t(from * rate), b = std::min(pcm.size(), size_t(to * rate));
-  for (size_t i = a; i < b; ++i) sum += pcm[i] * pcm[i];
-  return b > a ? std::sqrt(sum / double(b - a)) : 0;
-}
-
-// Frequency from upward zero crossings over [from, to).
-double frequency(const std::vector<float>& pcm, int rate, double from, double to) {
-  int crossings = 0;
-  for (size_t i = size_t(from * rate) + 1; i < std::min(pcm.size(), size_t(to * rate)); ++i) {
-    crossings += pcm[i - 1] < 0 && pcm[i] >= 0;
-  }
-  return crossings / (to - from);
+// The amplitude of `hz` within [from, to) seconds of `pcm`.
+double tone(const e2e::Pcm& pcm, double hz, double from, double to) {
+  auto at = [&](double t) { return pcm.samples.begin() + long(std::min(pcm.samples.size(), size_t(t * pcm.rate))); };
+  return e2e::toneAmplitude({pcm.rate, std::vector<float>(at(from), at(to))}, hz);
 }
 
 class FFmpegWriterTest : public ::testing::Test {
@@ -116,19 +102,24 @@ class FFmpegWriterTest : public ::testing::Test {
   std::unique_ptr<WriterFactory> factory_ = makeFFmpegWriterFactory();
 };
 
-TEST_F(FFmpegWriterTest, GapsBecomeSilenceOverlapsAreTrimmedAndFormatsMayChange) {
-  const Source s{48000, 1, 1000};
+// Gaps become silence, overlaps are trimmed, the format may change, and
+// tracks at different rates, whose encoders prime by different durations
+// (1024 samples at their own rates), present together.
+TEST_F(FFmpegWriterTest, EveryTrackPresentsEachBufferAtItsTime) {
+  const Source s{48000, 1, 1000}, s44{44100, 1, 1000};
   auto w = open("timeline.m4a");
-  auto gap = add(*w, 48000, 1), overlap = add(*w, 48000, 1), change = add(*w, 48000, 1);
+  auto gap = add(*w, 48000, 1), overlap = add(*w, 48000, 1), change = add(*w, 48000, 1), gap44 = add(*w, 44100, 1);
   start(*w);
   int64_t first = 0, second = 0, third = 0;
   feed(*change, {44100, 2, 440}, 0, 1.0, first);
   feed(*change, {48000, 1, 1000, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked, 16}, 1.0, 1.0, second);
   feed(*change, {96000, 6, 300, kAudioFormatFlagIsFloat | kAudioFormatFlagIsNonInterleaved}, 2.0, 1.0, third);
+  for (auto [in, source] : {std::pair{gap.get(), s}, std::pair{gap44.get(), s44}}) {
+    int64_t frame = 0;
+    feed(*in, source, 0, 1.0, frame);
+    feed(*in, source, 1.0, 1.0, frame);  // presents 1.0 s after the audio it follows: 1 s of silence
+  }
   int64_t frame = 0;
-  feed(*gap, s, 0, 1.0, frame);
-  feed(*gap, s, 1.0, 1.0, frame);  // presents 1.0 s after the audio it follows: 1 s of silence
-  frame = 0;
   feed(*overlap, s, 0, 1.0, frame);
   feed(*overlap, s, -0.5, 1.0, frame);  // half a second presents on top of the first
   ASSERT_TRUE(overlap->append(sine(s, 0, 4800, 0.2)));  // wholly covered: dropped
@@ -137,43 +128,23 @@ TEST_F(FFmpegWriterTest, GapsBecomeSilenceOverlapsAreTrimmedAndFormatsMayChange)
 
   const double aacFrame = 1024 / 48000.0;  // tracks decode to whole frames
   const auto gapPcm = decode(path("timeline.m4a"), 0);
-  EXPECT_NEAR(gapPcm.size() / 48000.0, 3.0 + aacFrame, aacFrame);
-  EXPECT_GT(rms(gapPcm, 48000, 0.2, 0.9), 0.3);
-  EXPECT_LT(rms(gapPcm, 48000, 1.1, 1.95), 0.001);
-  EXPECT_GT(rms(gapPcm, 48000, 2.1, 2.9), 0.3);
-  EXPECT_NEAR(decode(path("timeline.m4a"), 1).size() / 48000.0, 1.5 + aacFrame, aacFrame);
+  EXPECT_NEAR(gapPcm.seconds(), 3.0 + aacFrame, aacFrame);
+  EXPECT_GT(tone(gapPcm, 1000, 0.2, 0.9), 0.3);
+  EXPECT_LT(tone(gapPcm, 1000, 1.1, 1.95), 0.001);
+  EXPECT_GT(tone(gapPcm, 1000, 2.1, 2.9), 0.3);
+  EXPECT_NEAR(decode(path("timeline.m4a"), 1).seconds(), 1.5 + aacFrame, aacFrame);
   const auto changePcm = decode(path("timeline.m4a"), 2);
-  EXPECT_NEAR(changePcm.size() / 48000.0, 3.0 + aacFrame, aacFrame);
-  EXPECT_NEAR(frequency(changePcm, 48000, 0.2, 0.9), 440, 3);
-  EXPECT_NEAR(frequency(changePcm, 48000, 1.1, 1.9), 1000, 3);
-  EXPECT_NEAR(frequency(changePcm, 48000, 2.1, 2.9), 300, 3);  // six planar channels mixed down
-}
-
-TEST_F(FFmpegWriterTest, TracksAtDifferentRatesPresentTogether) {
-  // Both tracks turn a tone on at 1.0 s; their encoders prime by different
-  // durations (1024 samples at their own rates), which the file must hide.
-  const int rates[] = {44100, 48000};
-  auto w = open("aligned.m4a");
-  auto a = add(*w, rates[0], 1), b = add(*w, rates[1], 1);
-  start(*w);
-  WriterInput* inputs[] = {a.get(), b.get()};
-  for (int k = 0; k < 2; ++k) {
-    const Source s{rates[k], 1, 500};
-    for (int64_t frame = 0; frame < 2 * s.rate; frame += s.rate / 100) {
-      SampleBuffer buffer = sine(s, frame, s.rate / 100, double(frame) / s.rate);
-      if (frame < s.rate) std::fill(buffer.buffers[0].begin(), buffer.buffers[0].end(), 0);
-      ASSERT_TRUE(inputs[k]->append(buffer));
-    }
-  }
-  finish(*w);
-  double onset[2];
-  for (int k = 0; k < 2; ++k) {
-    const auto pcm = decode(path("aligned.m4a"), k);
-    const auto loud = std::find_if(pcm.begin(), pcm.end(), [](float x) { return std::fabs(x) > 0.1f; });
-    onset[k] = double(loud - pcm.begin()) / rates[k];
-  }
-  EXPECT_NEAR(onset[0], 1.0, 0.001);
-  EXPECT_NEAR(onset[0], onset[1], 0.0002);
+  EXPECT_NEAR(changePcm.seconds(), 3.0 + aacFrame, aacFrame);
+  EXPECT_GT(tone(changePcm, 440, 0.2, 0.9), 0.3);
+  EXPECT_GT(tone(changePcm, 1000, 1.1, 1.9), 0.3);
+  EXPECT_GT(tone(changePcm, 300, 2.1, 2.9), 0.3);  // six planar channels mixed down
+  auto onsetAfterGap = [](const e2e::Pcm& pcm) {
+    const auto from = pcm.samples.begin() + long(1.5 * pcm.rate);
+    return double(std::find_if(from, pcm.samples.end(), [](float x) { return std::fabs(x) > 0.1f; }) -
+                  pcm.samples.begin()) / pcm.rate;
+  };
+  EXPECT_NEAR(onsetAfterGap(gapPcm), 2.0, 0.001);
+  EXPECT_NEAR(onsetAfterGap(decode(path("timeline.m4a"), 3, 44100)), onsetAfterGap(gapPcm), 0.0002);
 }
 
 TEST_F(FFmpegWriterTest, WriteAndCreateFailuresCarryTheirErrno) {
@@ -240,31 +211,18 @@ TEST(TrackTimeline, PlacesBuffersByPresentationTime) {
   EXPECT_EQ(TrackTimeline(-0.002).place(0.0, 48000, 10), (Placement{96, 0, 10}));
 }
 
-TEST(PcmLayout, ReadsWhatFFmpegCanConvert) {
-  struct Case {
-    StreamFormat format;
-    AVSampleFormat expected;
-  };
+// What the writer converts (interleaved and planar float, 16-bit integers)
+// is proven on a real file above.
+TEST(PcmLayout, RefusesWhatFFmpegCannotConvertAndReadsNoFurtherThanTheBuffer) {
   const StreamFormat stereoFloat = floatPCMFormat(48000, 2);
-  StreamFormat s16 = stereoFloat, bigEndian = stereoFloat, int24 = stereoFloat, aac = stereoFloat;
-  s16.formatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
-  s16.bitsPerChannel = 16;
-  s16.bytesPerFrame = s16.bytesPerPacket = 4;
+  StreamFormat bigEndian = stereoFloat, int24 = stereoFloat, aac = stereoFloat;
   bigEndian.formatFlags |= kAudioFormatFlagIsBigEndian;
   int24.formatFlags = kAudioFormatFlagIsSignedInteger;
   int24.bitsPerChannel = 24;
   int24.bytesPerFrame = 6;
   aac.formatID = kAudioFormatMPEG4AAC;
-  const Case cases[] = {
-      {stereoFloat, AV_SAMPLE_FMT_FLT}, {floatPCMFormat(44100, 1, false), AV_SAMPLE_FMT_FLTP},
-      {s16, AV_SAMPLE_FMT_S16},         {bigEndian, AV_SAMPLE_FMT_NONE},
-      {int24, AV_SAMPLE_FMT_NONE},      {aac, AV_SAMPLE_FMT_NONE},
-      {floatPCMFormat(0, 2), AV_SAMPLE_FMT_NONE},
-  };
-  for (const Case& c : cases) {
-    auto layout = pcmLayoutFor(c.format);
-    EXPECT_EQ(layout ? layout->format : AV_SAMPLE_FMT_NONE, c.expected) << c.format.formatFlags;
-  }
+  for (const StreamFormat& f : {bigEndian, int24, aac, floatPCMFormat(0, 2)})
+    EXPECT_FALSE(pcmLayoutFor(f)) << f.formatID << " " << f.formatFlags << " " << f.sampleRate;
   // A buffer shorter than its sample count is read only as far as it goes.
   SampleBuffer short_;
   short_.numSamples = 100;
