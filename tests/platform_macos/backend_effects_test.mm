@@ -30,18 +30,6 @@ TEST(CoreAudioBackend, ListenersAreRemovedOnceAndOnlyAsInstalled) {
   EXPECT_NE(hw->removePropertyListener(system, p::ListenedProperty::defaultOutputDevice, id), 0);
 }
 
-TEST(CoreAudioBackend, AnUnknownUIDNamesNoDeviceAndHostTimeAdvances) {
-  auto hw = makeCoreAudioHardware();
-  p::AudioObjectID device = 42;
-  p::OSStatus status = hw->translateUIDToDevice("audio-capture-test-no-such-device", device);
-  EXPECT_TRUE(status != 0 || device == p::kAudioObjectUnknown);
-  uint32_t numer = 0, denom = 0;
-  hw->hostTimebase(numer, denom);
-  EXPECT_TRUE(numer != 0 && denom != 0);
-  const uint64_t before = hw->hostTimeNow();
-  EXPECT_GE(hw->hostTimeNow(), before);
-}
-
 TEST(MicBackend, ObserversForwardTheNotificationToTheQueueUntilRemoved) {
   auto mic = makeAVFMicCapture();
   auto session = mic->makeSession();
@@ -86,22 +74,6 @@ TEST(MicBackend, ADisconnectNamingNoDeviceReachesTheHandlerAsNull) {
   mic->removeObserver(token);
   EXPECT_TRUE(called);
   EXPECT_EQ(device, nullptr);
-}
-
-TEST(MicBackend, TheOutputTakesTheRequestedFormatAndJoinsASession) {
-  auto mic = makeAVFMicCapture();
-  auto session = mic->makeSession();
-  auto output = mic->makeAudioDataOutput();
-  output->setAudioSettings(p::CaptureAudioSettings{});
-  const p::CaptureAudioSettings back = output->audioSettings();
-  EXPECT_EQ(back.formatID, p::kAudioFormatLinearPCM);
-  EXPECT_EQ(back.sampleRate, 48000);
-  EXPECT_EQ(back.channels, 1);
-  EXPECT_TRUE(session->canAddOutput(output));
-  session->addOutput(output);
-  EXPECT_FALSE(session->isRunning());
-  output->setSampleBufferHandler([](const p::SampleBuffer&) {}, nullptr);
-  output->setSampleBufferHandler(nullptr, nullptr);
 }
 
 p::SampleBuffer silence(int64_t firstFrame, int64_t frames) {
