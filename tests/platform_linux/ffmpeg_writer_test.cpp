@@ -197,8 +197,7 @@ TEST(TrackTimeline, PlacesBuffersByPresentationTime) {
       {0.0, 48000, 480, {0, 0, 480}},
       {0.0104, 48000, 480, {0, 0, 480}},  // 0.4 ms late: jitter, absorbed
       {0.0196, 48000, 480, {0, 0, 480}},  // 0.4 ms early: absorbed
-      {0.05, 48000, 480, {960, 0, 480}},  // 20 ms late: silence
-      {0.05, 48000, 480, {0, 480, 0}},    // entirely before the end: dropped
+      {0.05, 48000, 480, {960, 0, 480}},  // 20 ms late: silence (one wholly covered is dropped: see the file test)
       {0.055, 48000, 480, {0, 240, 240}}, // half overlapping: head trimmed
       {std::nullopt, 48000, 480, {0, 0, 480}},
       {0.085, 44100, 441, {441, 0, 441}},  // new rate: the gap is counted at it

@@ -2,8 +2,9 @@
 // executable's suites cannot see: the tap following its aggregate's sink,
 // IOProc stamps and stop, and listener removal. Device lists, names, the
 // default output and queries without a server are proven through the
-// executable (tests/main), moving capture to a new default output and the
-// stamps of both tracks against each other end to end (tests/e2e_*).
+// executable (tests/main); the default-output listener moving capture, the
+// stream shape and the stamps of both tracks against each other end to end
+// (tests/e2e_*).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,25 +23,21 @@ using ac::testing::pactl;
 // What an IOProc block saw, chunk by chunk.
 struct Capture {
   struct Chunk {
-    uint64_t hostTime, calledAt;
+    uint64_t hostTime;
     double sampleTime;
-    uint32_t frames, channels;
-    float peak;
+    uint32_t frames;
   };
   std::mutex mutex;
   std::vector<Chunk> chunks;
-  std::atomic<int> calls{0};
+  std::atomic<bool> heardTone{false};
 
-  IOBlock block(AudioHardware& hw) {
-    return [this, &hw](const AudioBufferList* list, const AudioTimeStamp* time) {
-      uint64_t now = hw.hostTimeNow();
+  IOBlock block() {
+    return [this](const AudioBufferList* list, const AudioTimeStamp* time) {
       const AudioBuffer& b = list->buffers[0];
-      float peak = 0;
-      for (uint32_t i = 0; i < b.dataByteSize / 4; ++i) peak = std::max(peak, std::fabs(static_cast<const float*>(b.data)[i]));
+      for (uint32_t i = 0; i < b.dataByteSize / 4; ++i)
+        if (std::fabs(static_cast<const float*>(b.data)[i]) > 0.5f) heardTone = true;
       std::lock_guard<std::mutex> g(mutex);
-      chunks.push_back({time->hostTime, now, time->sampleTime, b.dataByteSize / 8,
-                        list->numberBuffers == 1 ? b.numberChannels : 0, peak});
-      ++calls;
+      chunks.push_back({time->hostTime, time->sampleTime, b.dataByteSize / 8});
     };
   }
   std::vector<Chunk> copy() {
@@ -64,7 +61,7 @@ class PulseAudioHardwareTest : public ac::testing::PulseServerTest {
   SerialQueue queue{"c1.listeners"};
 };
 
-TEST_F(PulseAudioHardwareTest, TapFollowsTheSinkItRecordsAndRefusesAggregatesOfNothing) {
+TEST_F(PulseAudioHardwareTest, TapFollowsTheSinkItRecordsAndTellsItsListenerUntilRemoved) {
   std::string a = uniqueName("a"), b = uniqueName("b");
   addSink(a, "C1-A", 48000);
   addSink(b, "C1-B", 44100);
@@ -88,9 +85,9 @@ TEST_F(PulseAudioHardwareTest, TapFollowsTheSinkItRecordsAndRefusesAggregatesOfN
   EXPECT_EQ(f.sampleRate, 44100);
   EXPECT_TRUE(eventually([&] { return fired == 1; }));
   EXPECT_TRUE(onQueue);
+  // A sink or tap gone by the time the aggregate is made.
   for (const nlohmann::json& d : {nlohmann::json{{"master", b}, {"taps", {{{"uid", "no-such-tap"}}}}},
-                                  nlohmann::json{{"master", "no-such-sink"}, {"taps", {{{"uid", *uid}}}}},
-                                  nlohmann::json{{"taps", {{{"uid", *uid}}}}}}) {
+                                  nlohmann::json{{"master", "no-such-sink"}, {"taps", {{{"uid", *uid}}}}}}) {
     AudioObjectID none = 0;
     EXPECT_NE(hw.createAggregateDevice(d, none), 0) << d.dump();
   }
@@ -99,19 +96,35 @@ TEST_F(PulseAudioHardwareTest, TapFollowsTheSinkItRecordsAndRefusesAggregatesOfN
   // The sink under capture changes rate: an idle PulseAudio sink takes the
   // rate of a stream that arrives at its alternate rate, 48 kHz (PipeWire
   // never moves an idle sink's rate).
-  if (ac::testing::onPipeWire()) return;
-  std::string c = uniqueName("c");
-  loadModule("module-null-sink rate=44100 sink_name=" + c);
-  AudioObjectID aggC = makeAggregate(c, tap);
-  int before = fired;
-  ac::testing::SimpleStream reader(c + ".monitor", {}, 48000);
-  pactl("suspend-sink " + c + " 1");  // restarted, it serves the reader at once
-  pactl("suspend-sink " + c + " 0");
-  EXPECT_TRUE(eventually([&] { return fired > before; }));
+  if (!ac::testing::onPipeWire()) {
+    std::string c = uniqueName("c");
+    loadModule("module-null-sink rate=44100 sink_name=" + c);
+    AudioObjectID aggC = makeAggregate(c, tap);
+    int before = fired;
+    ac::testing::SimpleStream reader(c + ".monitor", {}, 48000);
+    pactl("suspend-sink " + c + " 1");  // restarted, it serves the reader at once
+    pactl("suspend-sink " + c + " 0");
+    EXPECT_TRUE(eventually([&] { return fired > before; }));
+    ASSERT_EQ(hw.tapFormat(tap, f), 0);
+    EXPECT_EQ(f.sampleRate, 48000);
+    EXPECT_EQ(hw.destroyAggregateDevice(aggC), 0);
+  }
+
+  // Once its removal returns, the listener is never called again, though
+  // the rate changes once more.
+  ASSERT_EQ(hw.removePropertyListener(tap, ListenedProperty::tapFormat, listener), 0);
+  EXPECT_NE(hw.removePropertyListener(tap, ListenedProperty::tapFormat, listener), 0);
+  queue.sync([] {});
+  const int atRemoval = fired;
   ASSERT_EQ(hw.tapFormat(tap, f), 0);
-  EXPECT_EQ(f.sampleRate, 48000);
-  EXPECT_EQ(hw.destroyAggregateDevice(aggC), 0);
-  EXPECT_EQ(hw.removePropertyListener(tap, ListenedProperty::tapFormat, listener), 0);
+  const double rateBefore = f.sampleRate;
+  AudioObjectID last = makeAggregate(rateBefore == 44100 ? a : b, tap);
+  ASSERT_EQ(hw.tapFormat(tap, f), 0);
+  EXPECT_NE(f.sampleRate, rateBefore);
+  usleep(200000);
+  queue.sync([] {});
+  EXPECT_EQ(fired, atRemoval);
+  EXPECT_EQ(hw.destroyAggregateDevice(last), 0);
   EXPECT_EQ(hw.destroyProcessTap(tap), 0);
 }
 
@@ -123,30 +136,21 @@ TEST_F(PulseAudioHardwareTest, IOProcDeliversThePlayedMixWithSteadyHostTimesAndN
   AudioObjectID agg = makeAggregate(s, tap);
   Capture cap;
   IOProcID proc = 0;
-  ASSERT_EQ(hw.createIOProc(agg, "audio-capture.ioproc", cap.block(hw), proc), 0);
+  ASSERT_EQ(hw.createIOProc(agg, "audio-capture.ioproc", cap.block(), proc), 0);
   ASSERT_EQ(hw.startDevice(agg, proc), 0);
   ac::testing::SimpleStream player(s, ac::testing::tone(2.0));
-  ASSERT_TRUE(eventually([&] {
-    auto c = cap.copy();
-    return std::any_of(c.begin(), c.end(), [](const Capture::Chunk& k) { return k.peak > 0.5f; });
-  }));
+  ASSERT_TRUE(eventually([&] { return cap.heardTone.load(); }));
   usleep(200000);
   ASSERT_EQ(hw.stopDevice(agg, proc), 0);
-  int callsAtStop = cap.calls;
+  const size_t chunksAtStop = cap.copy().size();
   usleep(100000);
-  EXPECT_EQ(cap.calls, callsAtStop);
+  EXPECT_EQ(cap.copy().size(), chunksAtStop);
 
   auto chunks = cap.copy();
   ASSERT_GT(chunks.size(), 10u);
   double worstStep = 0;
   for (size_t i = 0; i < chunks.size(); ++i) {
     const auto& c = chunks[i];
-    EXPECT_EQ(c.channels, 2u) << "one interleaved stereo buffer";
-    // Captured before the block ran (give or take the server's block-wise
-    // timing reports, which the stamps catch up with in a few chunks).
-    int64_t lag = int64_t(c.calledAt - c.hostTime);
-    EXPECT_GT(lag, -5'000'000);
-    EXPECT_LT(lag, 150'000'000);
     if (i == 0) continue;
     const auto& p = chunks[i - 1];
     EXPECT_EQ(c.sampleTime, p.sampleTime + p.frames);
@@ -156,31 +160,6 @@ TEST_F(PulseAudioHardwareTest, IOProcDeliversThePlayedMixWithSteadyHostTimesAndN
   EXPECT_EQ(hw.destroyIOProc(agg, proc), 0);
   EXPECT_EQ(hw.destroyAggregateDevice(agg), 0);
   EXPECT_EQ(hw.destroyProcessTap(tap), 0);
-}
-
-TEST_F(PulseAudioHardwareTest, ADefaultDeviceListenerFiresOnItsQueueUntilRemoved) {
-  std::string a = uniqueName("a"), b = uniqueName("b");
-  addSink(a, "C1-A");
-  addSink(b, "C1-B");
-  std::atomic<int> fired{0};
-  std::atomic<bool> onQueue{true};
-  ListenerID id = 0;
-  const auto property = ListenedProperty::defaultOutputDevice;
-  ASSERT_EQ(hw.addPropertyListener(kAudioObjectSystemObject, property, queue,
-                                   [&] { onQueue = onQueue && queue.isCurrent(), ++fired; }, id),
-            0);
-  ASSERT_TRUE(setDefault("sink", a));
-  EXPECT_TRUE(eventually([&] { return fired >= 1; }));
-  EXPECT_TRUE(onQueue);
-
-  ASSERT_EQ(hw.removePropertyListener(kAudioObjectSystemObject, property, id), 0);
-  queue.sync([] {});
-  int atRemoval = fired;
-  ASSERT_TRUE(setDefault("sink", b));
-  usleep(200000);
-  queue.sync([] {});
-  EXPECT_EQ(fired, atRemoval);
-  EXPECT_NE(hw.removePropertyListener(kAudioObjectSystemObject, property, id), 0);
 }
 
 }  // namespace

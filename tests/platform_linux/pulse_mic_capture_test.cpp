@@ -17,7 +17,6 @@ namespace ac::platform::linux_backend {
 namespace {
 
 using ac::testing::eventually;
-using ac::testing::pactl;
 
 class PulseMicCaptureTest : public ac::testing::PulseServerTest {
  protected:

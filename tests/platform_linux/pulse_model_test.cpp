@@ -1,10 +1,11 @@
-// The PulseAudio backends' pure decisions: stream time stamps, device
-// shapes, IDs and format mapping. No server needed.
+// The PulseAudio backends' pure decisions: stream time stamps, stream
+// configurations, the tap's sink and IDs. No server needed. (Which streams
+// a device shows, and the microphone's format, are what the executable's
+// suites record and list through.)
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <set>
 
-#include "platform/linux/pulse_capture_session.h"
 #include "platform/linux/pulse_device_model.h"
 #include "platform/linux/pulse_object_ids.h"
 #include "platform/linux/pulse_status.h"
@@ -67,7 +68,6 @@ TEST(StreamClock, StampsAdvanceByFramesAndFollowReportsAsymmetrically) {
       EXPECT_LE(std::llabs(step - kChunkNs), StreamClock::kMaxEarlierSlewNs) << c.name << " chunk " << i;
     }
     EXPECT_EQ(run.clock.reanchors(), 0) << c.name;
-    EXPECT_EQ(run.clock.framePosition(), uint64_t(100 * kChunk));
   }
 }
 
@@ -108,29 +108,6 @@ TEST(StreamClock, ReanchorsOnFarReportsAndDiscontinuitiesAndWaitsForFreshReports
   EXPECT_EQ(run.clock.stampChunk(resume + 2 * kMs, fresh, kChunk), resume - 20 * kMs);
 }
 
-TEST(PulseDeviceModel, StreamsPerScopeAndTheirConfigurationBytes) {
-  SinkInfo sink{"spk", "Speaker", "spk.monitor", {PA_SAMPLE_S16LE, 44100, 2}};
-  SourceInfo mono{"mic", "Mic", {PA_SAMPLE_S16LE, 48000, 1}, false};
-  struct Case {
-    const char* name;
-    DeviceStreams streams;
-    Scope scope;
-    std::vector<uint32_t> buffers;
-  } cases[] = {
-      {"sink output", streamsOfSink(sink), Scope::output, {2}},
-      {"sink input: its monitor is no input", streamsOfSink(sink), Scope::input, {}},
-      {"source input", streamsOfSource(mono), Scope::input, {1}},
-      {"source output", streamsOfSource(mono), Scope::output, {}},
-      {"aggregate input is the tap alone", streamsOfAggregate(2, &sink), Scope::input, {2}},
-      {"aggregate global: output then input", streamsOfAggregate(2, &sink), Scope::global, {2, 2}},
-      {"aggregate whose sink is gone", streamsOfAggregate(2, nullptr), Scope::output, {}},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(buffersInScope(c.streams, c.scope), c.buffers) << c.name;
-    EXPECT_EQ(streamIDsByteSize(c.streams, c.scope), 4 * c.buffers.size()) << c.name;
-  }
-}
-
 TEST(PulseDeviceModel, StreamConfigurationWritesWhatFitsAndNamesEveryBuffer) {
   struct Case {
     std::vector<uint32_t> channels;
@@ -168,38 +145,13 @@ TEST(PulseDeviceModel, TapRecordsItsAggregatesSinkElseTheLastElseTheDefault) {
 TEST(PulseObjectIds, OneIdPerNameForEverNeverReused) {
   ObjectIds ids;
   AudioObjectID spk = ids.idFor(ObjectKind::sink, "spk");
-  EXPECT_GT(spk, kAudioObjectSystemObject);
   EXPECT_EQ(ids.idFor(ObjectKind::sink, "spk"), spk);
-  AudioObjectID src = ids.idFor(ObjectKind::source, "spk");  // same name, other kind
-  AudioObjectID tap = ids.fresh(ObjectKind::tap), tap2 = ids.fresh(ObjectKind::tap);
-  std::vector<AudioObjectID> all{spk, src, tap, tap2};
-  std::sort(all.begin(), all.end());
-  EXPECT_EQ(std::adjacent_find(all.begin(), all.end()), all.end());
+  AudioObjectID src = ids.idFor(ObjectKind::source, "spk"), tap = ids.fresh(ObjectKind::tap);
+  const std::set<AudioObjectID> all{kAudioObjectSystemObject, spk, src, tap, ids.fresh(ObjectKind::tap)};
+  EXPECT_EQ(all.size(), 5u) << "the same name of another kind and every tap get IDs of their own";
   EXPECT_EQ(ids.lookup(src)->second, "spk");
   EXPECT_EQ(ids.lookup(tap)->first, ObjectKind::tap);
   EXPECT_FALSE(ids.lookup(kAudioObjectSystemObject));
-}
-
-TEST(PulseFormats, SampleSpecsAsStreamDescriptionsAndOutputSettingsAsSpecs) {
-  StreamFormat f = streamFormatFor({PA_SAMPLE_FLOAT32LE, 48000, 2});
-  StreamFormat want = floatPCMFormat(48000, 2);
-  EXPECT_EQ(std::memcmp(&f, &want, sizeof f), 0);
-  StreamFormat s16 = streamFormatFor({PA_SAMPLE_S16LE, 44100, 1});
-  EXPECT_EQ(s16.formatFlags, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked);
-  EXPECT_EQ(s16.bytesPerFrame, 2u);
-  StreamFormat s24in32 = streamFormatFor({PA_SAMPLE_S24_32LE, 48000, 2});
-  EXPECT_EQ(s24in32.formatFlags, kAudioFormatFlagIsSignedInteger);  // not packed
-  EXPECT_EQ(s24in32.bytesPerFrame, 8u);
-  EXPECT_EQ(streamFormatFor({PA_SAMPLE_ALAW, 8000, 1}).formatID, 0u);
-
-  // The microphone's settings, and what the server cannot deliver.
-  auto mic = sampleSpecFor({});
-  EXPECT_TRUE(mic && mic->format == PA_SAMPLE_FLOAT32LE && mic->rate == 48000 && mic->channels == 1);
-  for (const CaptureAudioSettings& refused : {
-           CaptureAudioSettings{kAudioFormatLinearPCM, 48000, 2, 32, true, false, true},  // planar stereo
-           CaptureAudioSettings{kAudioFormatLinearPCM, 48000, 1, 20, false, false, false},
-           CaptureAudioSettings{kAudioFormatMPEG4AAC, 48000, 1, 32, true, false, false}})
-    EXPECT_FALSE(sampleSpecFor(refused)) << refused.bitDepth;
 }
 
 }  // namespace

@@ -13,7 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -25,9 +25,10 @@
 
 namespace ac::testing {
 
-// Runs `pactl args`; returns its standard output without the last newline.
-inline std::string pactl(const std::string& args, int* rcOut = nullptr) {
-  std::string out = test::commandOutput("pactl " + args + " 2>/dev/null", rcOut);
+// Runs `pactl args`; returns its standard output without the last newline
+// (nothing when it failed).
+inline std::string pactl(const std::string& args) {
+  std::string out = test::commandOutput("pactl " + args + " 2>/dev/null");
   while (!out.empty() && out.back() == '\n') out.pop_back();
   return out;
 }
@@ -90,21 +91,15 @@ class SimpleStream {
 class PulseServerTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    static const bool reachable = [] {
-      int rc = 0;
-      pactl("info", &rc);
-      return rc == 0;
-    }();
-    if (!reachable) GTEST_SKIP() << "no PulseAudio server reachable (start one and set PULSE_SERVER)";
-    savedSink_ = pactl("get-default-sink");
-    savedSource_ = pactl("get-default-source");
+    if (pactl("info").empty()) GTEST_SKIP() << "no PulseAudio server reachable (start one and set PULSE_SERVER)";
+    for (const std::string kind : {"sink", "source"}) savedDefaults_[kind] = pactl("get-default-" + kind);
   }
 
   void TearDown() override {
     holders_.clear();
     for (auto it = modules_.rbegin(); it != modules_.rend(); ++it) pactl("unload-module " + *it);
-    if (!savedSink_.empty()) pactl("set-default-sink " + savedSink_);
-    if (!savedSource_.empty()) pactl("set-default-source " + savedSource_);
+    for (const auto& [kind, name] : savedDefaults_)
+      if (!name.empty()) pactl("set-default-" + kind + " " + name);
   }
 
   // Sets the server's default "sink" or "source" and waits until the server
@@ -120,10 +115,9 @@ class PulseServerTest : public ::testing::Test {
 
   // Loads a module, unloaded after the test; returns its index.
   std::string loadModule(const std::string& args) {
-    int rc = 0;
-    std::string index = pactl("load-module " + args, &rc);
-    EXPECT_EQ(rc, 0) << "load-module " << args;
-    if (rc == 0) modules_.push_back(index);
+    std::string index = pactl("load-module " + args);
+    EXPECT_FALSE(index.empty()) << "load-module " << args;
+    if (!index.empty()) modules_.push_back(index);
     return index;
   }
   void unloadModule(const std::string& index) {
@@ -155,7 +149,7 @@ class PulseServerTest : public ::testing::Test {
  private:
   std::vector<std::string> modules_;
   std::vector<std::unique_ptr<SimpleStream>> holders_;
-  std::string savedSink_, savedSource_;
+  std::map<std::string, std::string> savedDefaults_;
   int counter_ = 0;
 };
 
