@@ -87,10 +87,6 @@ class FFmpegWriterTest : public ::testing::Test {
     w.addInput(in);
     return in;
   }
-  static void start(AssetWriter& w) {
-    ASSERT_TRUE(w.startWriting());
-    w.startSession(MediaTime::make(0, 1000000000));
-  }
   static void finish(AssetWriter& w) {
     int calls = 0;
     w.finishWriting([&] { ++calls; });
@@ -109,7 +105,8 @@ TEST_F(FFmpegWriterTest, EveryTrackPresentsEachBufferAtItsTime) {
   const Source s{48000, 1, 1000}, s44{44100, 1, 1000};
   auto w = open("timeline.m4a");
   auto gap = add(*w, 48000, 1), overlap = add(*w, 48000, 1), change = add(*w, 48000, 1), gap44 = add(*w, 44100, 1);
-  start(*w);
+  ASSERT_TRUE(w->startWriting());
+  w->startSession(MediaTime::make(0, 1000000000));
   int64_t first = 0, second = 0, third = 0;
   feed(*change, {44100, 2, 440}, 0, 1.0, first);
   feed(*change, {48000, 1, 1000, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked, 16}, 1.0, 1.0, second);
@@ -166,7 +163,8 @@ TEST_F(FFmpegWriterTest, AFailedFragmentWriteFailsTheAppendWithItsErrno) {
   // does, with EFBIG instead of ENOSPC.
   auto w = open("limited.m4a", 0.5);
   auto in = add(*w, 48000, 1);
-  start(*w);
+  ASSERT_TRUE(w->startWriting());
+  w->startSession(MediaTime::make(0, 1000000000));
   rlimit saved{};
   getrlimit(RLIMIT_FSIZE, &saved);
   const rlimit tiny{8192, saved.rlim_max};

@@ -68,7 +68,7 @@ TEST_F(PulseMicCaptureTest, RemovedSourceFiresEachObserverOnceAndStopsTheSession
   });
   const std::vector<std::string> expected = {"disconnected " + m, std::string("stopped ") + kMicStopDomain + " " +
                                                                        std::to_string(int64_t(MicStopKind::transient))};
-  unloadModule(module);
+  ac::testing::pactl("unload-module " + module);
   EXPECT_TRUE(eventually([&] {
     std::lock_guard<std::mutex> g(mutex);
     return events.size() >= 2;
