@@ -99,7 +99,7 @@ class PulseServerTest : public ::testing::Test {
     holders_.clear();
     for (auto it = modules_.rbegin(); it != modules_.rend(); ++it) pactl("unload-module " + *it);
     for (const auto& [kind, name] : savedDefaults_)
-      if (!name.empty()) pactl("set-default-" + kind + " " + name);
+      if (!name.empty()) setDefault(kind, name);
   }
 
   // Sets the server's default "sink" or "source" and waits until the server
