@@ -21,8 +21,6 @@
 #include "bench/timed_clicks.h"
 #include "e2e_recording/e2e_harness.h"
 #include "e2e_recovery/armed_owner.h"
-#include "e2e_recovery/sound_server.h"
-#include "e2e_recovery/track_windows.h"
 #include "support/dispatch.h"
 #include "support/spawn.h"
 
@@ -34,8 +32,6 @@ namespace {
 constexpr double kGoalReadyMs = 5, kGoalColdRatio = 20, kGoalGapMs = 100;
 constexpr int kSwitchRuns = 5;
 constexpr double kToneHz = 1000;
-
-void sleepSeconds(double s) { std::this_thread::sleep_for(std::chrono::duration<double>(s)); }
 
 struct Spread {
   double median = 0, min = 0, max = 0;
@@ -120,10 +116,10 @@ std::optional<double> switchGap(const Scratch& s) {
   const double ready = monotonicSeconds();
   sleepSeconds(1);
   const double switchedAt = monotonicSeconds() - ready;
-  setDefaultSink(s, "headset");
+  pactl(s, {"set-default-sink", "headset"});
   sleepSeconds(1.2);
   r.stop(SIGTERM);
-  setDefaultSink(s, "speaker");
+  pactl(s, {"set-default-sink", "speaker"});
   std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
   if (tracks.empty()) return std::nullopt;
   // Sample by sample: a 1 kHz tone at half scale stays under the floor for

@@ -15,6 +15,14 @@
 
 using namespace ac::e2e;
 
+// The clicks of `times` inside [from, to).
+static std::vector<double> within(const std::vector<double>& times, double from, double to) {
+  std::vector<double> out;
+  for (double t : times)
+    if (t >= from && t < to) out.push_back(t);
+  return out;
+}
+
 int main(int argc, char** argv) {
   if (argc < 2) {
     std::fprintf(stderr, "usage: %s FILE [WINDOW_SECONDS] | --clicks SECONDS OUT.wav\n", argv[0]);

@@ -1,18 +1,24 @@
-// Armed launches through the real FIFOs: "go" records until the owner closes
-// the go pipe; a SIGTERM that lands while the recorder is still starting is
+// Armed launches through the real FIFOs, as the owning application drives
+// them: pipes it cannot use refuse to arm; every release before go writes
+// one line and leaves no file; "go" records until the owner closes the go
+// pipe; a SIGTERM that lands while the recorder is still starting is
 // honoured once it runs; and many launches, each with one rival of "go"
 // (SIGTERM, SIGINT, the owner leaving, the default input changing) at a
 // random moment around it, each end exactly one way: one outcome line on
 // the status pipe, exit status 0, and a file only when it recorded.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <random>
 
 #include "e2e_recovery/armed_owner.h"
-#include "e2e_recovery/recovery_fixture.h"
+#include "e2e_recording/e2e_fixture.h"
 #include "support/dispatch.h"
 
 namespace ac::e2e {
@@ -62,10 +68,65 @@ int envInt(const char* name, int fallback) {
   return value ? std::atoi(value) : fallback;
 }
 
-class ArmedE2E : public RecoveryE2E {
+class ArmedE2E : public E2E {
  protected:
   void SetUp() override { keepLive({"speaker", "micfeed"}); }
 };
+
+TEST_F(ArmedE2E, PipeProblemsRefuseToArm) {
+  const std::string fifo = s.path("fifo"), file = s.path("file"), link = s.path("link");
+  ::mkfifo(fifo.c_str(), 0600);
+  Scratch::write(file, "");
+  ::symlink(fifo.c_str(), link.c_str());
+  auto armed = [&](const std::string& go, const std::string& status) {
+    return std::make_unique<Recording>(s, std::vector<std::string>{"--no-mic", "--armed", "--go-fifo", go, "--status-fifo", status});
+  };
+  // Nobody reads the status FIFO yet: the owner is gone before we armed.
+  auto gone = armed(fifo, fifo);
+  EXPECT_EQ(gone->wait().status, 0);
+  EXPECT_TRUE(inOrder(gone->log(), {"armed: status pipe has no reader — owner gone", "armed: released (eof)"}));
+
+  int statusReader = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  const struct {
+    std::string go, status, line;
+  } cases[] = {
+      {fifo, file, "armed: status path " + file + " is not a FIFO — refusing to arm"},
+      {fifo, link, "armed: cannot open the status path " + link + " (errno=40) — refusing to arm"},
+      {s.path("none"), fifo, "armed: cannot open the go path " + s.path("none") + " (errno=2) — refusing to arm"},
+      {file, fifo, "armed: go path " + file + " is not a FIFO — refusing to arm"},
+  };
+  for (const auto& c : cases) {
+    auto r = armed(c.go, c.status);
+    EXPECT_EQ(r->wait().status, 74) << c.line;
+    EXPECT_EQ(countLines(r->log(), c.line), 1u) << r->log();
+    EXPECT_FALSE(s.exists("call.m4a"));
+  }
+  ::close(statusReader);
+}
+
+TEST_F(ArmedE2E, EveryReleaseBeforeGoWritesOneLineAndLeavesNoFile) {
+  const struct {
+    const char* reason;
+    std::function<void(ArmedOwner&, int pid)> act;
+  } cases[] = {
+      {"quit", [](ArmedOwner& o, int) { o.send("quit\n"); }},
+      {"bad-line", [](ArmedOwner& o, int) { o.send("go\r\n"); }},
+      {"eof", [](ArmedOwner& o, int) { o.send("go"), o.closeGo(); }},
+      {"sigterm", [](ArmedOwner&, int pid) { ::kill(pid, SIGHUP); }},
+  };
+  for (const auto& c : cases) {
+    ArmedOwner owner(s);
+    Recording r(s, owner.armedArgs());
+    ASSERT_EQ(owner.nextLine(), "armed, pid=" + std::to_string(r.pid()));
+    c.act(owner, r.pid());
+    EXPECT_EQ(owner.nextLine(), std::string("released ") + c.reason);
+    ExeResult result = r.wait();
+    EXPECT_EQ(result.out + std::to_string(result.status), "0") << c.reason;
+    EXPECT_EQ(countLines(r.log(), std::string("armed: released (") + c.reason + ")"), 1u) << r.log();
+    EXPECT_FALSE(s.exists("call.m4a")) << c.reason;
+    EXPECT_EQ(owner.nextLine(0.2), std::nullopt) << "one status line per release";
+  }
+}
 
 TEST_F(ArmedE2E, GoRecordsBothSourcesUntilTheOwnerClosesTheGoPipe) {
   auto system = tone("speaker", kSystemHz, 8);
@@ -146,7 +207,7 @@ TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
       case Rival::sigterm: ::kill(pid, SIGTERM); break;
       case Rival::sigint: ::kill(pid, SIGINT); break;
       case Rival::ownerGone: owner.closeGo(); break;
-      case Rival::inputChange: setDefaultSource(s, "mic2"); break;
+      case Rival::inputChange: pactl(s, {"set-default-source", "mic2"}); break;
     }
   };
   const int launches = envInt("AC_ARMED_STRESS_LAUNCHES", kDefaultLaunches);
@@ -184,7 +245,7 @@ TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
     ExeResult result = r.wait(10);
     EXPECT_LT(secondsSince(waited), 10) << "the launch did not end by itself";
     EXPECT_EQ(owner.nextLine(0.05), std::nullopt) << "a second outcome line";
-    if (rival == Rival::inputChange) setDefaultSource(s, "mic");
+    if (rival == Rival::inputChange) pactl(s, {"set-default-source", "mic"});
 
     const std::string log = r.log();
     EXPECT_TRUE(result.exited && result.status == 0) << result.status << "\n" << log;

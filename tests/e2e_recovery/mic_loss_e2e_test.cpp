@@ -4,7 +4,7 @@
 // often the microphone fails.
 #include <signal.h>
 
-#include "e2e_recovery/recovery_fixture.h"
+#include "e2e_recording/e2e_fixture.h"
 #include "support/eventually.h"
 
 namespace ac::e2e {
@@ -22,6 +22,7 @@ class LosableMic {
   }
   bool ok() const { return feed_.ok() && source_ && source_->ok(); }
   void plugIn() {
+    source_.reset();
     source_ = std::make_unique<LoadedModule>(
         s_, std::vector<std::string>{"module-remap-source", "master=lostfeed.monitor", "source_name=lostmic",
                                      "source_properties=device.description=Lost-microphone"});
@@ -34,7 +35,38 @@ class LosableMic {
   std::unique_ptr<LoadedModule> source_;
 };
 
-class MicLossE2E : public RecoveryE2E {
+// A session bus of the test's own with a bare notification service on it
+// (notification_service.py) that lists the titles it was given: enough for
+// a recorder's notices to be posted and seen, with no desktop.
+class NoticeBus {
+ public:
+  explicit NoticeBus(const Scratch& s) : address("unix:path=" + s.path("bus")), titles_(s.path("notices")) {
+    std::filesystem::remove(s.path("bus"));
+    std::filesystem::remove(titles_);
+    bus_ = std::make_unique<RunningExe>(
+        s, "/usr/bin/dbus-daemon", std::vector<std::string>{"--session", "--nofork", "--nopidfile", "--address=" + address});
+    if (!test::eventually([&] { return std::filesystem::exists(s.path("bus")); })) return;
+    service_ = std::make_unique<RunningExe>(s, "/usr/bin/python3", std::vector<std::string>{AC_NOTIFICATION_SERVICE, titles_},
+                                            test::EnvChanges{{"DBUS_SESSION_BUS_ADDRESS", address}});
+    ok_ = test::eventually([&] {
+      return runTool(s, "/usr/bin/dbus-send", {"--bus=" + address, "--print-reply", "--dest=org.freedesktop.Notifications",
+                                               "/org/freedesktop/Notifications",
+                                               "org.freedesktop.Notifications.GetServerInformation"})
+                 .status == 0;
+    }, 10);
+  }
+  bool ok() const { return ok_; }
+  std::string titles() const { return Scratch::contents(titles_); }
+
+  const std::string address;
+
+ private:
+  std::string titles_;
+  std::unique_ptr<RunningExe> bus_, service_;
+  bool ok_ = false;
+};
+
+class MicLossE2E : public E2E {
  protected:
   void SetUp() override {
     if (auto missing = test::privatePulseServerMissing(s)) GTEST_SKIP() << *missing;
@@ -48,7 +80,7 @@ class MicLossE2E : public RecoveryE2E {
 };
 
 TEST_F(MicLossE2E, LosingTheDefaultMicrophoneMovesTheTrackToTheNewDefault) {
-  ASSERT_TRUE(setDefaultSource(s, "lostmic"));
+  ASSERT_TRUE(pactl(s, {"set-default-source", "lostmic"}).status == 0);
   auto system = tone("speaker", kSystemHz, 10);
   auto lost = tone("lostfeed", kLostMicHz, 10);
   auto other = tone("micfeed", kMicHz, 10);
@@ -60,7 +92,7 @@ TEST_F(MicLossE2E, LosingTheDefaultMicrophoneMovesTheTrackToTheNewDefault) {
   const double lostAt = secondsSince(ready);
   // Only "mic" is left that is no monitor: the server's new default (on
   // PipeWire a moment later).
-  ASSERT_TRUE(test::eventually([&] { return pactl(s, {"get-default-source"}) == "mic\n"; }));
+  ASSERT_TRUE(test::eventually([&] { return pactl(s, {"get-default-source"}).out == "mic\n"; }));
   sleepSeconds(2);
   const double recorded = secondsSince(ready);
   ASSERT_EQ(r.stop(SIGTERM).status, 0);
@@ -69,7 +101,7 @@ TEST_F(MicLossE2E, LosingTheDefaultMicrophoneMovesTheTrackToTheNewDefault) {
   EXPECT_TRUE(inOrder(log, {"mic disconnect: mic device disconnected: Lost-microphone — attempting mic input rebuild",
                             "mic rebuild: swapped in Virtual-microphone [mic]", "mic input rebuilt successfully"}))
       << log;
-  EXPECT_NE(firstPrefixed(log, "stats: ").find(" micEndedEarly=false "), std::string::npos) << log;
+  EXPECT_TRUE(test::contains(log, " micEndedEarly=false ")) << log;
   std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
   ASSERT_EQ(tracks.size(), 2u);
   const Pcm& micTrack = tracks[1];
@@ -83,42 +115,62 @@ TEST_F(MicLossE2E, LosingTheDefaultMicrophoneMovesTheTrackToTheNewDefault) {
 }
 
 TEST_F(MicLossE2E, PinnedMicrophoneLostTwiceEndsItsTrackEarlyWithOneNotice) {
-  auto system = tone("speaker", kSystemHz, 10);
-  auto lost = tone("lostfeed", kLostMicHz, 10);
-  Recording r(s, {"--mic-uid", "lostmic"});
-  ASSERT_TRUE(r.waitReady());
-  const auto ready = std::chrono::steady_clock::now();
-  sleepSeconds(1.5);
-  mic->unplug();
-  const double lostAt = secondsSince(ready);
-  const std::string endedEarly =
-      "mic input rebuild retry also failed — 'me' track ended early (system audio still recording)";
-  ASSERT_TRUE(waitForLine(r, endedEarly, 5)) << r.log();
-  // The same microphone comes back and fails again: a second failure of
-  // the same kind.
-  mic->plugIn();
-  ASSERT_TRUE(mic->ok());
-  sleepSeconds(0.3);
-  mic->unplug();
-  sleepSeconds(1);
-  const double recorded = secondsSince(ready);
-  ASSERT_EQ(r.stop(SIGTERM).status, 0);
+  const std::string journal = s.path("home/.local/state/vela/notify-clicks.json");
+  for (const std::string journalKind : {"directory", "fifo"}) {
+    SCOPED_TRACE("journal a " + journalKind);
+    std::filesystem::remove_all(s.path("home"));
+    std::filesystem::remove(s.path("call.m4a"));
+    std::filesystem::create_directories(journal);
+    if (journalKind == "fifo") {
+      std::filesystem::remove(journal);
+      ASSERT_EQ(::mkfifo(journal.c_str(), 0600), 0);
+    }
+    NoticeBus notices(s);
+    ASSERT_TRUE(notices.ok()) << "the notification service did not start";
+    mic->plugIn();
+    ASSERT_TRUE(mic->ok());
+    auto system = tone("speaker", kSystemHz, 10);
+    auto lost = tone("lostfeed", kLostMicHz, 10);
+    Recording r(s, {"--mic-uid", "lostmic"}, {{"DBUS_SESSION_BUS_ADDRESS", notices.address}});
+    ASSERT_TRUE(r.waitReady());
+    const auto ready = std::chrono::steady_clock::now();
+    sleepSeconds(1.5);
+    mic->unplug();
+    const double lostAt = secondsSince(ready);
+    const std::string endedEarly =
+        "mic input rebuild retry also failed — 'me' track ended early (system audio still recording)";
+    ASSERT_TRUE(waitForLine(r, endedEarly, 5)) << r.log();
+    // The same microphone comes back and fails again: a second failure of
+    // the same kind.
+    mic->plugIn();
+    ASSERT_TRUE(mic->ok());
+    sleepSeconds(0.3);
+    mic->unplug();
+    sleepSeconds(1);
+    // The notice is posted off the recording's threads.
+    EXPECT_TRUE(test::eventually([&] { return countPrefixed(r.err(), "notify: journal ") > 0; }, 5)) << r.err();
+    const double recorded = secondsSince(ready);
+    ExeResult result = r.stop(SIGTERM);
+    ASSERT_EQ(result.status, 0);
 
-  const std::string log = r.log();
-  const std::string pinned = "mic rebuild: pinned mic lostmic not available — not falling back to a different device";
-  EXPECT_TRUE(inOrder(log, {"mic disconnect: mic device disconnected: Lost-microphone — attempting mic input rebuild",
-                            pinned, "mic input rebuild attempt 1 failed — retrying in 500ms", pinned, endedEarly}))
-      << log;
-  EXPECT_EQ(countPrefixed(log, "mic disconnect: "), 1u) << log;
-  EXPECT_EQ(countLines(log, endedEarly), 1u) << log;
-  EXPECT_NE(firstPrefixed(log, "stats: ").find(" micEndedEarly=true "), std::string::npos) << log;
+    const std::string log = r.log();
+    const std::string pinned = "mic rebuild: pinned mic lostmic not available — not falling back to a different device";
+    EXPECT_TRUE(inOrder(log, {"mic disconnect: mic device disconnected: Lost-microphone — attempting mic input rebuild",
+                              pinned, "mic input rebuild attempt 1 failed — retrying in 500ms", pinned, endedEarly}))
+        << log;
+    EXPECT_EQ(countPrefixed(log, "mic disconnect: "), 1u) << log;
+    EXPECT_EQ(countLines(log, endedEarly), 1u) << log;
+    EXPECT_TRUE(test::contains(log, " micEndedEarly=true ")) << log;
+    EXPECT_EQ(notices.titles(), "Microphone disconnected\n");
+    EXPECT_EQ(countPrefixed(result.err, "notify: journal "), 1u) << result.err;
 
-  std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
-  ASSERT_EQ(tracks.size(), 2u);
-  EXPECT_NEAR(tracks[0].seconds(), recorded, 0.15) << "system audio records to the end";
-  EXPECT_GT(toneBetween(tracks[0], kSystemHz, tracks[0].seconds() - 1, tracks[0].seconds()), 0.05);
-  EXPECT_LT(tracks[1].seconds(), lostAt + 0.5) << "the mic track ends with its microphone";
-  EXPECT_GT(toneAmplitude(tracks[1], kLostMicHz), 0.05);
+    std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
+    ASSERT_EQ(tracks.size(), 2u);
+    EXPECT_NEAR(tracks[0].seconds(), recorded, 0.15) << "system audio records to the end";
+    EXPECT_GT(toneBetween(tracks[0], kSystemHz, tracks[0].seconds() - 1, tracks[0].seconds()), 0.05);
+    EXPECT_LT(tracks[1].seconds(), lostAt + 0.5) << "the mic track ends with its microphone";
+    EXPECT_GT(toneAmplitude(tracks[1], kLostMicHz), 0.05);
+  }
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 // the file stays one recording, on the real server.
 #include <signal.h>
 
-#include "e2e_recovery/recovery_fixture.h"
+#include "e2e_recording/e2e_fixture.h"
 
 namespace ac::e2e {
 namespace {
@@ -11,7 +11,7 @@ constexpr double kSpeakerHz = 440, kHeadsetHz = 1000;
 // Longer than a period of either tone, so a window of sound holds a peak.
 constexpr double kSilenceWindowSeconds = 0.005;
 
-class OutputSwitchE2E : public RecoveryE2E {
+class OutputSwitchE2E : public E2E {
  protected:
   void SetUp() override { keepLive({"speaker", "headset"}); }
 };
@@ -26,7 +26,7 @@ TEST_F(OutputSwitchE2E, SwitchingTheDefaultSinkMovesCaptureAndKeepsOneRecording)
   ASSERT_TRUE(r.waitReady());
   const auto ready = std::chrono::steady_clock::now();
   sleepSeconds(1.5);
-  ASSERT_TRUE(setDefaultSink(s, "headset"));
+  ASSERT_TRUE(pactl(s, {"set-default-sink", "headset"}).status == 0);
   const double switchedAt = secondsSince(ready);
   sleepSeconds(2);
   const double recorded = secondsSince(ready);

@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "e2e_recovery/recovery_fixture.h"
+#include "e2e_recording/e2e_fixture.h"
 
 namespace ac::e2e {
 namespace {
@@ -20,7 +20,7 @@ double toneResumes(const Pcm& track, double hz, double fromSeconds) {
   return -1;
 }
 
-TEST_F(RecoveryE2E, ServerRestartedMidCallIsRiddenOutInOneFile) {
+TEST_F(E2E, ServerRestartedMidCallIsRiddenOutInOneFile) {
   keepLive({"speaker", "micfeed"});
   if (auto why = privateServerUncontrolled()) GTEST_SKIP() << *why;
   auto system = tone("speaker", kSystemHz, 3), mic = tone("micfeed", kMicHz, 3);
