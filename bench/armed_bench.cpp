@@ -137,7 +137,6 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "armed_bench: %s\n", missing->c_str());
     return 2;
   }
-  DefaultsRestored restored(s);
   LiveSinks live(s, {"micfeed", "headset"});
   std::vector<double> ready, firstSample, cold;
   {

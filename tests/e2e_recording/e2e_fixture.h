@@ -15,13 +15,18 @@ class E2E : public ::testing::Test {
  protected:
   void keepLive(const std::vector<std::string>& sinks) {
     if (auto missing = test::privatePulseServerMissing(s)) GTEST_SKIP() << *missing;
-    restored = std::make_unique<DefaultsRestored>(s);
     live = std::make_unique<LiveSinks>(s, sinks);
     ASSERT_TRUE(live->ok()) << "the silence streams did not start";
   }
   // A tone on `sink` for `seconds`, from about now: it returns once the
   // player's stream is on the server (a loaded machine can take a second to
   // start a player).
+  // The server's own defaults back, whatever the test moved them to.
+  void TearDown() override {
+    if (!live) return;
+    pactl(s, {"set-default-sink", "speaker"});
+    pactl(s, {"set-default-source", "mic"});
+  }
   std::unique_ptr<RunningExe> tone(const std::string& sink, double hz, double seconds, float amplitude = 0.5f) {
     const size_t before = sinkInputs(s);
     auto player = play(s, sink, sineWave(kToneRate, hz, seconds, amplitude), sink + "-" + std::to_string(int(hz)) + ".wav");
@@ -30,7 +35,6 @@ class E2E : public ::testing::Test {
   }
 
   Scratch s;
-  std::unique_ptr<DefaultsRestored> restored;
   std::unique_ptr<LiveSinks> live;
 };
 

@@ -18,17 +18,6 @@ std::optional<std::string> serverVariable(const char* name) {
   return value && *value ? std::optional<std::string>(value) : std::nullopt;
 }
 
-// The process that answers PulseAudio clients: the daemon itself, or
-// PipeWire's pulse server.
-std::optional<pid_t> pulseServerPid() {
-  std::optional<std::string> dir = serverVariable("AC_SOUND_SERVER_DIR");
-  if (!dir) return std::nullopt;
-  for (const char* name : {"/pulseaudio.pid", "/pipewire-pulse.pid"}) {
-    const std::string pid = Scratch::contents(*dir + name);
-    if (!pid.empty()) return static_cast<pid_t>(std::stol(pid));
-  }
-  return std::nullopt;
-}
 
 }  // namespace
 
@@ -102,11 +91,6 @@ std::vector<Pcm> decodeTracks(const Scratch& scratch, const std::string& file) {
   return tracks;
 }
 
-DefaultsRestored::~DefaultsRestored() {
-  pactl(scratch_, {"set-default-sink", "speaker"});
-  pactl(scratch_, {"set-default-source", "mic"});
-}
-
 PinnedTone::PinnedTone(const Scratch& scratch, const std::string& sink, const Pcm& pcm)
     : feed_(scratch, {"module-null-sink", "sink_name=" + sink + "-pinned-feed"}),
       loopback_(scratch, {"module-loopback", "source=" + sink + "-pinned-feed.monitor", "sink=" + sink,
@@ -117,21 +101,13 @@ PinnedTone::PinnedTone(const Scratch& scratch, const std::string& sink, const Pc
 }
 
 std::optional<std::string> privateServerUncontrolled() {
-  if (!serverVariable("AC_SOUND_SERVER_CTL") || !pulseServerPid())
+  if (!serverVariable("AC_SOUND_SERVER_CTL") || !serverVariable("AC_SOUND_SERVER_DIR"))
     return "the sound server is not one scripts/with-pulse.sh started (no AC_SOUND_SERVER_DIR)";
   return std::nullopt;
 }
 
 bool restartServer(const Scratch& scratch, bool start) {
   return runTool(scratch, *serverVariable("AC_SOUND_SERVER_CTL"), {start ? "--start" : "--stop"}).status == 0;
-}
-
-FrozenServer::FrozenServer() : pid_(pulseServerPid()) {
-  if (pid_) ::kill(*pid_, SIGSTOP);
-}
-
-FrozenServer::~FrozenServer() {
-  if (pid_) ::kill(*pid_, SIGCONT);
 }
 
 Recording::Recording(const Scratch& scratch, const std::vector<std::string>& extraArgs, const test::EnvChanges& env)

@@ -1,16 +1,13 @@
 // The one harness of the end-to-end suites (and the benchmarks): the built
 // audio-capture driven against the private sound server of
 // scripts/with-pulse.sh, PulseAudio or PipeWire. Sound played into its
-// sinks, modules loaded for one test, its defaults moved, the server frozen
-// or restarted, recordings started and stopped by signal, their logs read
+// sinks, modules loaded for one test, the server restarted, recordings started and stopped by signal, their logs read
 // and their tracks decoded by ffmpeg.
 //
-// Every object here owns what it started (a child process, a loaded module,
-// a stopped server) and ends it in its destructor, so a failing assertion
-// leaves nothing running or changed on the server.
+// Every object here owns what it started (a child process, a loaded module)
+// and ends it in its destructor, so a failing assertion
+// leaves nothing running on the server.
 #pragma once
-
-#include <sys/types.h>
 
 #include <chrono>
 #include <memory>
@@ -77,17 +74,6 @@ std::unique_ptr<RunningExe> play(const Scratch& scratch, const std::string& sink
 // Every audio track of `file`, downmixed to mono at its own rate.
 std::vector<Pcm> decodeTracks(const Scratch& scratch, const std::string& file);
 
-// Puts back the server's own defaults (sink "speaker", source "mic") when it
-// goes, whatever the test moved them to.
-class DefaultsRestored {
- public:
-  explicit DefaultsRestored(const Scratch& scratch) : scratch_(scratch) {}
-  ~DefaultsRestored();
-
- private:
-  const Scratch& scratch_;
-};
-
 // Sound that stays on `sink` whatever the default does. The server moves a
 // client's stream from the old default sink to the new one, tones included;
 // this one plays into a private null sink looped back into `sink` by a
@@ -109,18 +95,6 @@ std::optional<std::string> privateServerUncontrolled();
 // Kills the server (start false), or brings it back with the same socket,
 // devices and defaults, returning once they answer (start true).
 bool restartServer(const Scratch& scratch, bool start);
-
-// The process serving PULSE_SERVER, stopped (SIGSTOP) for the object's
-// lifetime: every client call to it waits until it resumes. Keep it short:
-// clients give up on the server after 5 s.
-class FrozenServer {
- public:
-  FrozenServer();
-  ~FrozenServer();
-
- private:
-  std::optional<pid_t> pid_;
-};
 
 // One launch of audio-capture recording to scratch's "call.m4a" with a log
 // file, plus `extraArgs`, in this environment changed by `env`.
