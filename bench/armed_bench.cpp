@@ -108,7 +108,7 @@ std::optional<ArmedRun> armedLaunch(const Scratch& s, bench::TimedClicks& clicks
 // The longest silence around a switch of the default sink, in ms.
 std::optional<double> switchGap(const Scratch& s) {
   PinnedTone speaker(s, "speaker", sineWave(48000, kToneHz, 6, 0.5f));
-  auto headset = play(s, "headset", sineWave(48000, kToneHz, 6, 0.5f), "headset.wav");
+  auto headset = play(s, "headset", sineWave(48000, kToneHz, 6, 0.5f), "headset.f32");
   if (!speaker.ok()) return std::nullopt;
   sleepSeconds(0.5);  // the loopback settles
   Recording r(s, {"--no-mic"});

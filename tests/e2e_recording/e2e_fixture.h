@@ -11,6 +11,17 @@ namespace ac::e2e {
 
 constexpr int kToneRate = 48000;
 
+// The track holds plainly `fromHz` (ten times louder than `toHz`) until
+// `atSeconds`, then plainly `toHz`; the margins cover the switch and the
+// test's own scheduling.
+inline void expectSwitch(const Pcm& track, double fromHz, double toHz, double atSeconds) {
+  const double end = track.seconds() - 0.1, before = toneBetween(track, fromHz, 0.2, atSeconds - 0.3),
+               after = toneBetween(track, toHz, atSeconds + 0.5, end);
+  EXPECT_GT(before, 10 * toneBetween(track, toHz, 0.2, atSeconds - 0.3)) << fromHz << " Hz before the switch";
+  EXPECT_GT(after, 10 * toneBetween(track, fromHz, atSeconds + 0.5, end)) << toHz << " Hz after the switch";
+  EXPECT_GT(after, 0.05);
+}
+
 class E2E : public ::testing::Test {
  protected:
   void keepLive(const std::vector<std::string>& sinks) {
@@ -29,7 +40,7 @@ class E2E : public ::testing::Test {
   }
   std::unique_ptr<RunningExe> tone(const std::string& sink, double hz, double seconds, float amplitude = 0.5f) {
     const size_t before = sinkInputs(s);
-    auto player = play(s, sink, sineWave(kToneRate, hz, seconds, amplitude), sink + "-" + std::to_string(int(hz)) + ".wav");
+    auto player = play(s, sink, sineWave(kToneRate, hz, seconds, amplitude), sink + "-" + std::to_string(int(hz)) + ".f32");
     for (int i = 0; i < 100 && sinkInputs(s) <= before; ++i) sleepSeconds(0.02);
     return player;
   }

@@ -68,9 +68,11 @@ LoadedModule::~LoadedModule() {
 
 std::unique_ptr<RunningExe> play(const Scratch& scratch, const std::string& sink, const Pcm& pcm,
                                  const std::string& name) {
-  Scratch::write(scratch.path(name), wavFile(pcm));
-  return std::make_unique<RunningExe>(scratch, "/usr/bin/paplay",
-                                      std::vector<std::string>{"--device=" + sink, scratch.path(name)});
+  Scratch::write(scratch.path(name), floatBytes(pcm));
+  return std::make_unique<RunningExe>(scratch, "/usr/bin/pacat",
+                                      std::vector<std::string>{"--playback", "--format=float32le", "--channels=1",
+                                                               "--rate=" + std::to_string(pcm.rate), "--device=" + sink,
+                                                               scratch.path(name)});
 }
 
 std::vector<Pcm> decodeTracks(const Scratch& scratch, const std::string& file) {
@@ -97,7 +99,7 @@ PinnedTone::PinnedTone(const Scratch& scratch, const std::string& sink, const Pc
                           "sink_dont_move=true", "latency_msec=10"}) {
   if (!feed_.ok() || !loopback_.ok()) return;
   live_ = std::make_unique<LiveSinks>(scratch, std::vector<std::string>{sink + "-pinned-feed"});
-  player_ = play(scratch, sink + "-pinned-feed", pcm, sink + "-pinned.wav");
+  player_ = play(scratch, sink + "-pinned-feed", pcm, sink + "-pinned.f32");
 }
 
 std::optional<std::string> privateServerUncontrolled() {

@@ -106,7 +106,7 @@ TEST_F(RecordingE2E, TracksOfTheSameSoundAgreeWithinTenMilliseconds) {
   ASSERT_TRUE(copy.ok());
   Recording r(s, {"--mic-uid", "speakercopy"});
   ASSERT_TRUE(r.waitReady());
-  play(s, "speaker", clickTrain(kToneRate, 3.5, 7), "clicks.wav")->finish(10);
+  play(s, "speaker", clickTrain(kToneRate, 3.5, 7), "clicks.f32")->finish(10);
   sleepSeconds(0.3);
   ASSERT_EQ(r.stop(SIGTERM).status, 0);
   std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);

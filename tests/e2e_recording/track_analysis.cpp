@@ -13,10 +13,6 @@ constexpr double kClickSeconds = 0.002;
 constexpr float kClickAmplitude = 0.8f;
 constexpr double kMinGapSeconds = 0.18, kMaxGapSeconds = 0.42;
 
-void putLE(std::string& out, uint32_t value, int bytes) {
-  for (int i = 0; i < bytes; ++i) out.push_back(static_cast<char>((value >> (8 * i)) & 0xff));
-}
-
 // The frame at `seconds`, clamped to the track.
 size_t frameAt(const Pcm& pcm, double seconds) {
   return std::min(pcm.samples.size(), static_cast<size_t>(std::max(0.0, seconds) * pcm.rate));
@@ -50,23 +46,8 @@ Pcm clickTrain(int rate, double seconds, uint32_t seed) {
   return pcm;
 }
 
-std::string wavFile(const Pcm& pcm) {
-  const auto dataBytes = static_cast<uint32_t>(pcm.samples.size() * 2);
-  std::string out = "RIFF";
-  putLE(out, 36 + dataBytes, 4);
-  out += "WAVEfmt ";
-  putLE(out, 16, 4);
-  putLE(out, 1, 2);  // PCM
-  putLE(out, 1, 2);  // mono
-  putLE(out, static_cast<uint32_t>(pcm.rate), 4);
-  putLE(out, static_cast<uint32_t>(pcm.rate * 2), 4);
-  putLE(out, 2, 2);
-  putLE(out, 16, 2);
-  out += "data";
-  putLE(out, dataBytes, 4);
-  for (float s : pcm.samples)
-    putLE(out, static_cast<uint16_t>(static_cast<int16_t>(std::lround(std::clamp(s, -1.0f, 1.0f) * 32767))), 2);
-  return out;
+std::string floatBytes(const Pcm& pcm) {
+  return std::string(reinterpret_cast<const char*>(pcm.samples.data()), pcm.samples.size() * sizeof(float));
 }
 
 Pcm pcmFromFloatBytes(int rate, const std::string& bytes) {

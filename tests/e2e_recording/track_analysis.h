@@ -25,10 +25,9 @@ Pcm sineWave(int rate, double hz, double seconds, float amplitude);
 // train.
 Pcm clickTrain(int rate, double seconds, uint32_t seed);
 
-// A mono 16-bit PCM WAV file holding `pcm`.
-std::string wavFile(const Pcm& pcm);
-
-// Native-endian 32-bit floats, as ffmpeg's "f32le" writes them here.
+// Native-endian 32-bit floats, as ffmpeg's "f32le" writes them here and
+// pacat's "float32le" plays them.
+std::string floatBytes(const Pcm& pcm);
 Pcm pcmFromFloatBytes(int rate, const std::string& bytes);
 
 // The amplitude of the `hz` component (Goertzel) over the whole signal, or

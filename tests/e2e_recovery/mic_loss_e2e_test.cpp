@@ -17,8 +17,9 @@ namespace {
 constexpr double kSystemHz = 440, kMicHz = 1000, kLostMicHz = 700;
 
 // A session bus of the test's own with a bare notification service on it
-// (notification_service.py) that lists the titles it was given: enough for
-// a recorder's notices to be posted and seen, with no desktop.
+// (notification_service.py) that lists the titles it was given, in a file
+// it creates once it serves: enough for a recorder's notices to be posted
+// and seen, with no desktop.
 class NoticeBus {
  public:
   explicit NoticeBus(const Scratch& s) : address("unix:path=" + s.path("bus")), titles_(s.path("notices")) {
@@ -29,12 +30,7 @@ class NoticeBus {
     if (!test::eventually([&] { return std::filesystem::exists(s.path("bus")); })) return;
     service_ = std::make_unique<RunningExe>(s, "/usr/bin/python3", std::vector<std::string>{AC_NOTIFICATION_SERVICE, titles_},
                                             test::EnvChanges{{"DBUS_SESSION_BUS_ADDRESS", address}});
-    ok_ = test::eventually([&] {
-      return runTool(s, "/usr/bin/dbus-send", {"--bus=" + address, "--print-reply", "--dest=org.freedesktop.Notifications",
-                                               "/org/freedesktop/Notifications",
-                                               "org.freedesktop.Notifications.GetServerInformation"})
-                 .status == 0;
-    }, 10);
+    ok_ = test::eventually([&] { return std::filesystem::exists(titles_); }, 10);
   }
   bool ok() const { return ok_; }
   std::string titles() const { return Scratch::contents(titles_); }
@@ -95,12 +91,7 @@ TEST_F(MicLossE2E, LosingTheDefaultMicrophoneMovesTheTrackToTheNewDefault) {
   ASSERT_EQ(tracks.size(), 2u);
   const Pcm& micTrack = tracks[1];
   EXPECT_NEAR(micTrack.seconds(), recorded, 0.15) << "the mic track goes on to the end";
-  const double before = toneBetween(micTrack, kLostMicHz, 0.2, lostAt - 0.3);
-  const double after = toneBetween(micTrack, kMicHz, lostAt + 0.5, micTrack.seconds() - 0.1);
-  EXPECT_GT(before, 10 * toneBetween(micTrack, kMicHz, 0.2, lostAt - 0.3)) << "the lost microphone first";
-  EXPECT_GT(after, 10 * toneBetween(micTrack, kLostMicHz, lostAt + 0.5, micTrack.seconds() - 0.1))
-      << "the new default after";
-  EXPECT_GT(after, 0.05);
+  expectSwitch(micTrack, kLostMicHz, kMicHz, lostAt);
 }
 
 TEST_F(MicLossE2E, PinnedMicrophoneLostTwiceEndsItsTrackEarlyWithOneNotice) {
