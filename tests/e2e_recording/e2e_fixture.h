@@ -15,10 +15,10 @@ constexpr int kToneRate = 48000;
 // `atSeconds`, then plainly `toHz`; the margins cover the switch and the
 // test's own scheduling.
 inline void expectSwitch(const Pcm& track, double fromHz, double toHz, double atSeconds) {
-  const double end = track.seconds() - 0.1, before = toneBetween(track, fromHz, 0.2, atSeconds - 0.3),
-               after = toneBetween(track, toHz, atSeconds + 0.5, end);
-  EXPECT_GT(before, 10 * toneBetween(track, toHz, 0.2, atSeconds - 0.3)) << fromHz << " Hz before the switch";
-  EXPECT_GT(after, 10 * toneBetween(track, fromHz, atSeconds + 0.5, end)) << toHz << " Hz after the switch";
+  const double end = track.seconds() - 0.1, before = toneAmplitude(track, fromHz, 0.2, atSeconds - 0.3),
+               after = toneAmplitude(track, toHz, atSeconds + 0.5, end);
+  EXPECT_GT(before, 10 * toneAmplitude(track, toHz, 0.2, atSeconds - 0.3)) << fromHz << " Hz before the switch";
+  EXPECT_GT(after, 10 * toneAmplitude(track, fromHz, atSeconds + 0.5, end)) << toHz << " Hz after the switch";
   EXPECT_GT(after, 0.05);
 }
 

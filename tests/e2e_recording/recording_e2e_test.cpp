@@ -21,9 +21,9 @@ constexpr double kSystemHz = 440, kMicHz = 1000;
 void expectDominant(const Pcm& track, double hz, double otherHz) {
   double own = 0, other = 0;
   for (double t = 0; t + 0.5 <= track.seconds(); t += 0.25) {
-    if (const double here = toneBetween(track, hz, t, t + 0.5); here > own) {
+    if (const double here = toneAmplitude(track, hz, t, t + 0.5); here > own) {
       own = here;
-      other = toneBetween(track, otherHz, t, t + 0.5);
+      other = toneAmplitude(track, otherHz, t, t + 0.5);
     }
   }
   EXPECT_GT(own, 0.05) << hz << " Hz is missing";
@@ -44,8 +44,7 @@ TEST_F(RecordingE2E, SystemThenMicTrackLastTheRecordingAndTheLogTellsTheWholeRun
   sleepSeconds(3);
   const double recorded = secondsSince(ready);
   ExeResult result = r.stop(SIGTERM);
-  ASSERT_TRUE(result.exited);
-  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(result.exited && result.status == 0) << result.status;
   const std::string pid = std::to_string(r.pid());
   EXPECT_EQ(result.out, "pid=" + pid + "\n");
 
@@ -118,7 +117,6 @@ TEST_F(RecordingE2E, TracksOfTheSameSoundAgreeWithinTenMilliseconds) {
   EXPECT_GE(lag->matched, system.size() * 9 / 10);
   std::printf("microphone track lags the system track by %.3f ms over %zu clicks\n", lag->seconds * 1000,
               lag->matched);
-  RecordProperty("mic_lag_ms", std::to_string(lag->seconds * 1000));
   EXPECT_LT(std::fabs(lag->seconds), 0.010);
 }
 

@@ -44,8 +44,7 @@ TEST_F(SafetyE2E, AReaderlessStdoutOrStderrStillEndsInAFinalizedFile) {
     sleepSeconds(1);
     ::kill(spawned.child->pid(), stop);
     std::optional<ExitStatus> status = spawned.child->waitFor(30);
-    ASSERT_TRUE(status);
-    EXPECT_TRUE(status->exited && status->code == 0) << "status " << status->code;
+    EXPECT_TRUE(status && status->exited && status->code == 0) << "status " << (status ? status->code : -1);
     EXPECT_TRUE(contains(Scratch::contents(log), "] signal received\n")) << Scratch::contents(log);
     EXPECT_TRUE(contains(Scratch::contents(log), "] finalize-ok")) << Scratch::contents(log);
     std::vector<Pcm> tracks = decodeTracks(s, out);
@@ -55,26 +54,22 @@ TEST_F(SafetyE2E, AReaderlessStdoutOrStderrStillEndsInAFinalizedFile) {
 }
 
 TEST_F(SafetyE2E, AStopSignalAtAnyMomentOfStartUpLeavesAFinalizedFileOrNone) {
-  struct Row {
-    int signal;
-    double delaySeconds;
-  };
   // 0-50 ms lands in loading or set-up, depending on the machine's load;
   // the later rows make sure set-up and the first moments are hit too.
-  const Row rows[] = {{SIGTERM, 0},     {SIGTERM, 0.005}, {SIGTERM, 0.01}, {SIGTERM, 0.02},  {SIGTERM, 0.035},
+  const std::pair<int, double> rows[] = {{SIGTERM, 0},     {SIGTERM, 0.005}, {SIGTERM, 0.01}, {SIGTERM, 0.02},  {SIGTERM, 0.035},
                       {SIGTERM, 0.05},  {SIGTERM, 0.1},   {SIGTERM, 0.2},  {SIGINT, 0.15},   {SIGHUP, 0.02},
                       {SIGHUP, 0.15}};
-  for (const Row& row : rows) {
-    const std::string label = std::string(strsignal(row.signal)) + " at " + std::to_string(row.delaySeconds) + " s";
+  for (const auto& [signal, delaySeconds] : rows) {
+    const std::string label = std::string(strsignal(signal)) + " at " + std::to_string(delaySeconds) + " s";
     fs::remove(s.path("call.m4a"));
     fs::remove(s.path("call.log"));
     Recording r(s, {"--no-mic"});
-    sleepSeconds(row.delaySeconds);
-    ExeResult result = r.stop(row.signal);
+    sleepSeconds(delaySeconds);
+    ExeResult result = r.stop(signal);
     // Before the program's first instruction the default action still
     // applies, and nothing exists yet. Never an empty or header-only file:
     // one that exists was finalized.
-    EXPECT_TRUE(result.exited || result.status == row.signal) << label;
+    EXPECT_TRUE(result.exited || result.status == signal) << label;
     if (!fs::exists(r.outputPath)) continue;
     EXPECT_TRUE(result.exited && result.status == 0) << label << ": status " << result.status;
     EXPECT_TRUE(contains(r.log(), "finalize-ok call.m4a")) << label << "\n" << r.log();

@@ -56,7 +56,7 @@ Pcm pcmFromFloatBytes(int rate, const std::string& bytes) {
   return pcm;
 }
 
-double toneBetween(const Pcm& pcm, double hz, double fromSeconds, double toSeconds) {
+double toneAmplitude(const Pcm& pcm, double hz, double fromSeconds, double toSeconds) {
   const size_t from = frameAt(pcm, fromSeconds), to = std::max(from, frameAt(pcm, toSeconds));
   if (from == to) return 0;
   const double coeff = 2 * std::cos(2 * std::numbers::pi * hz / pcm.rate);
@@ -70,7 +70,6 @@ double toneBetween(const Pcm& pcm, double hz, double fromSeconds, double toSecon
   return 2 * std::sqrt(power) / double(to - from);
 }
 
-double toneAmplitude(const Pcm& pcm, double hz) { return toneBetween(pcm, hz, 0, pcm.seconds()); }
 
 Silence longestSilentRun(const Pcm& pcm, double fromSeconds, double toSeconds, double windowSeconds, float floor) {
   const size_t window = std::max<size_t>(1, static_cast<size_t>(windowSeconds * pcm.rate));

@@ -30,10 +30,9 @@ Pcm clickTrain(int rate, double seconds, uint32_t seed);
 std::string floatBytes(const Pcm& pcm);
 Pcm pcmFromFloatBytes(int rate, const std::string& bytes);
 
-// The amplitude of the `hz` component (Goertzel) over the whole signal, or
-// within [fromSeconds, toSeconds): a full-scale sine of that frequency reads 1.
-double toneAmplitude(const Pcm& pcm, double hz);
-double toneBetween(const Pcm& pcm, double hz, double fromSeconds, double toSeconds);
+// The amplitude of the `hz` component (Goertzel) within [fromSeconds,
+// toSeconds), clamped to the signal: a full-scale sine of that frequency reads 1.
+double toneAmplitude(const Pcm& pcm, double hz, double fromSeconds = 0, double toSeconds = 1e9);
 
 // The longest run of consecutive windows of `windowSeconds` inside
 // [fromSeconds, toSeconds) whose loudest sample stays under `floor`: where

@@ -1,11 +1,11 @@
 // Armed launches through the real FIFOs, as the owning application drives
-// them: pipes it cannot use refuse to arm; every release before go writes
-// one line and leaves no file; "go" records until the owner closes the go
-// pipe; and many launches, each with one rival of "go" (SIGTERM, SIGINT,
-// the owner leaving, the default input changing) at a random moment around
-// it, each end exactly one way: one outcome line on the status pipe, exit
-// status 0, and a file only when it recorded. Some of those signals land
-// while the recorder is still starting: they must be honoured once it runs.
+// them: pipes it cannot use refuse to arm; "go" records until the owner
+// closes the go pipe; and many launches, each with one rival of "go" (a stop
+// signal, the owner leaving, the default input changing, a quit, a bad line
+// or the end of input) at a random moment around it, each end exactly one
+// way: one outcome line on the status pipe, exit status 0, and a file only
+// when it recorded. Some of those signals land while the recorder is still
+// starting: they must be honoured once it runs.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -13,7 +13,7 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
+#include <iterator>
 #include <map>
 #include <random>
 
@@ -25,17 +25,25 @@ namespace {
 
 constexpr double kSystemHz = 440, kMicHz = 1000;
 
-enum class Rival { sigterm, sigint, ownerGone, inputChange };
+enum class Rival { sigterm, sigint, sighup, ownerGone, inputChange, quit, badLine, eof };
 
-// By Rival: its name, and what a release it caused reads on the status
-// pipe (nothing when it cannot release: the owner leaves only after go).
+// By Rival: its name, what a release it caused reads on the status pipe
+// (nothing when it cannot release: the owner leaves only after go), and
+// when it comes, in microseconds from go: up to 5 ms before (the owner's
+// own lines only before, as it sends them) to 10 ms after: before the read,
+// during the few milliseconds of the start, and after ready.
 const struct {
   const char* name;
   std::optional<std::string> released;
-} kRivals[] = {{"SIGTERM", "released sigterm"},
-               {"SIGINT", "released sigterm"},
-               {"owner gone", std::nullopt},
-               {"input change", "released input-device-changed"}};
+  int earliestMicros, latestMicros;
+} kRivals[] = {{"SIGTERM", "released sigterm", -5000, 10000},
+               {"SIGINT", "released sigterm", -5000, 10000},
+               {"SIGHUP", "released sigterm", -5000, 10000},
+               {"owner gone", std::nullopt, 0, 10000},
+               {"input change", "released input-device-changed", -5000, 10000},
+               {"quit", "released quit", -5000, -1},
+               {"bad line", "released bad-line", -5000, -1},
+               {"end of input", "released eof", -5000, -1}};
 
 // Sanitized builds launch several times slower.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -43,10 +51,6 @@ constexpr int kDefaultLaunches = 40;
 #else
 constexpr int kDefaultLaunches = 100;
 #endif
-// The rival comes up to 5 ms before go (never for the owner, who leaves
-// only after it) to 10 ms after: before the read, during the few
-// milliseconds of the start, and after ready.
-constexpr int kEarliestMicros = -5000, kLatestMicros = 10000;
 
 int envInt(const char* name, int fallback) {
   const char* value = std::getenv(name);
@@ -89,30 +93,6 @@ TEST_F(ArmedE2E, PipeProblemsRefuseToArm) {
   ::close(statusReader);
 }
 
-TEST_F(ArmedE2E, EveryReleaseBeforeGoWritesOneLineAndLeavesNoFile) {
-  const struct {
-    const char* reason;
-    std::function<void(ArmedOwner&, int pid)> act;
-  } cases[] = {
-      {"quit", [](ArmedOwner& o, int) { o.send("quit\n"); }},
-      {"bad-line", [](ArmedOwner& o, int) { o.send("go\r\n"); }},
-      {"eof", [](ArmedOwner& o, int) { o.send("go"), o.closeGo(); }},
-      {"sigterm", [](ArmedOwner&, int pid) { ::kill(pid, SIGHUP); }},
-  };
-  for (const auto& c : cases) {
-    ArmedOwner owner(s);
-    Recording r(s, owner.armedArgs());
-    ASSERT_EQ(owner.nextLine(), "armed, pid=" + std::to_string(r.pid()));
-    c.act(owner, r.pid());
-    EXPECT_EQ(owner.nextLine(), std::string("released ") + c.reason);
-    ExeResult result = r.wait();
-    EXPECT_EQ(result.out + std::to_string(result.status), "0") << c.reason;
-    EXPECT_EQ(countLines(r.log(), std::string("armed: released (") + c.reason + ")"), 1u) << r.log();
-    EXPECT_FALSE(s.exists("call.m4a")) << c.reason;
-    EXPECT_EQ(owner.nextLine(0.2), std::nullopt) << "one status line per release";
-  }
-}
-
 TEST_F(ArmedE2E, GoRecordsBothSourcesUntilTheOwnerClosesTheGoPipe) {
   auto system = tone("speaker", kSystemHz, 8);
   auto mic = tone("micfeed", kMicHz, 8);
@@ -148,6 +128,10 @@ TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
     switch (rival) {
       case Rival::sigterm: ::kill(pid, SIGTERM); break;
       case Rival::sigint: ::kill(pid, SIGINT); break;
+      case Rival::sighup: ::kill(pid, SIGHUP); break;
+      case Rival::quit: owner.send("quit\n"); break;
+      case Rival::badLine: owner.send("go\r\n"); break;
+      case Rival::eof: owner.send("go"), owner.closeGo(); break;
       case Rival::ownerGone: owner.closeGo(); break;
       case Rival::inputChange: pactl(s, {"set-default-source", "mic2"}); break;
     }
@@ -159,9 +143,9 @@ TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
   std::map<std::string, int> outcomes;
 
   for (int i = 0; i < launches; ++i) {
-    const auto rival = static_cast<Rival>(random() % 4);
-    const int micros = std::uniform_int_distribution<int>(rival == Rival::ownerGone ? 0 : kEarliestMicros,
-                                                          kLatestMicros)(random);
+    const auto rival = static_cast<Rival>(random() % std::size(kRivals));
+    const int micros = std::uniform_int_distribution<int>(kRivals[int(rival)].earliestMicros,
+                                                          kRivals[int(rival)].latestMicros)(random);
     SCOPED_TRACE(std::string("launch ") + std::to_string(i) + ": " + kRivals[int(rival)].name + " at " +
                  std::to_string(micros) + " us from go");
     std::filesystem::remove(s.path("call.m4a"));
@@ -206,6 +190,8 @@ TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
       EXPECT_EQ(outcome, kRivals[int(rival)].released) << log;
       EXPECT_EQ(result.out, "");
       EXPECT_EQ(countPrefixed(log, "armed: released ("), 1u) << log;
+      const std::string reason = kRivals[int(rival)].released.value_or("released ?").substr(9);
+      EXPECT_EQ(countLines(log, "armed: released (" + reason + ")"), 1u) << log;
       EXPECT_FALSE(s.exists("call.m4a")) << "a released launch leaves no file";
     }
     if (HasFailure()) break;

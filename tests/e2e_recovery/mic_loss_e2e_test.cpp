@@ -20,27 +20,22 @@ constexpr double kSystemHz = 440, kMicHz = 1000, kLostMicHz = 700;
 // (notification_service.py) that lists the titles it was given, in a file
 // it creates once it serves: enough for a recorder's notices to be posted
 // and seen, with no desktop.
-class NoticeBus {
- public:
-  explicit NoticeBus(const Scratch& s) : address("unix:path=" + s.path("bus")), titles_(s.path("notices")) {
+struct NoticeBus {
+  explicit NoticeBus(const Scratch& s) : address("unix:path=" + s.path("bus")), titlesFile(s.path("notices")) {
     std::filesystem::remove(s.path("bus"));
-    std::filesystem::remove(titles_);
-    bus_ = std::make_unique<RunningExe>(
+    std::filesystem::remove(titlesFile);
+    bus = std::make_unique<RunningExe>(
         s, "/usr/bin/dbus-daemon", std::vector<std::string>{"--session", "--nofork", "--nopidfile", "--address=" + address});
     if (!test::eventually([&] { return std::filesystem::exists(s.path("bus")); })) return;
-    service_ = std::make_unique<RunningExe>(s, "/usr/bin/python3", std::vector<std::string>{AC_NOTIFICATION_SERVICE, titles_},
+    service = std::make_unique<RunningExe>(s, "/usr/bin/python3", std::vector<std::string>{AC_NOTIFICATION_SERVICE, titlesFile},
                                             test::EnvChanges{{"DBUS_SESSION_BUS_ADDRESS", address}});
-    ok_ = test::eventually([&] { return std::filesystem::exists(titles_); }, 10);
+    ok = test::eventually([&] { return std::filesystem::exists(titlesFile); }, 10);
   }
-  bool ok() const { return ok_; }
-  std::string titles() const { return Scratch::contents(titles_); }
+  std::string titles() const { return Scratch::contents(titlesFile); }
 
-  const std::string address;
-
- private:
-  std::string titles_;
-  std::unique_ptr<RunningExe> bus_, service_;
-  bool ok_ = false;
+  const std::string address, titlesFile;
+  std::unique_ptr<RunningExe> bus, service;
+  bool ok = false;
 };
 
 // A microphone that can be taken away: the source "lostmic" hears whatever
@@ -106,7 +101,7 @@ TEST_F(MicLossE2E, PinnedMicrophoneLostTwiceEndsItsTrackEarlyWithOneNotice) {
       ASSERT_EQ(::mkfifo(journal.c_str(), 0600), 0);
     }
     NoticeBus notices(s);
-    ASSERT_TRUE(notices.ok()) << "the notification service did not start";
+    ASSERT_TRUE(notices.ok) << "the notification service did not start";
     ASSERT_TRUE(plugIn());
     auto system = tone("speaker", kSystemHz, 10);
     auto lost = tone("lostfeed", kLostMicHz, 10);
@@ -145,7 +140,7 @@ TEST_F(MicLossE2E, PinnedMicrophoneLostTwiceEndsItsTrackEarlyWithOneNotice) {
     std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
     ASSERT_EQ(tracks.size(), 2u);
     EXPECT_NEAR(tracks[0].seconds(), recorded, 0.15) << "system audio records to the end";
-    EXPECT_GT(toneBetween(tracks[0], kSystemHz, tracks[0].seconds() - 1, tracks[0].seconds()), 0.05);
+    EXPECT_GT(toneAmplitude(tracks[0], kSystemHz, tracks[0].seconds() - 1, tracks[0].seconds()), 0.05);
     EXPECT_LT(tracks[1].seconds(), lostAt + 0.5) << "the mic track ends with its microphone";
     EXPECT_GT(toneAmplitude(tracks[1], kLostMicHz), 0.05);
   }

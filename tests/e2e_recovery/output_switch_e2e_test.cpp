@@ -30,8 +30,7 @@ TEST_F(OutputSwitchE2E, SwitchingTheDefaultSinkMovesCaptureAndKeepsOneRecording)
   const double switchedAt = secondsSince(ready);
   sleepSeconds(2);
   const double recorded = secondsSince(ready);
-  ExeResult result = r.stop(SIGTERM);
-  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(r.stop(SIGTERM).status, 0);
 
   const std::string log = r.log();
   EXPECT_TRUE(inOrder(log, {"default output changed to headset — rebuilding aggregate",
