@@ -21,8 +21,6 @@
 #include "bench/timed_clicks.h"
 #include "e2e_recording/e2e_harness.h"
 #include "e2e_recovery/armed_owner.h"
-#include "e2e_recovery/sound_server.h"
-#include "e2e_recovery/track_windows.h"
 #include "support/dispatch.h"
 #include "support/spawn.h"
 
@@ -34,8 +32,6 @@ namespace {
 constexpr double kGoalReadyMs = 5, kGoalColdRatio = 20, kGoalGapMs = 100;
 constexpr int kSwitchRuns = 5;
 constexpr double kToneHz = 1000;
-
-void sleepSeconds(double s) { std::this_thread::sleep_for(std::chrono::duration<double>(s)); }
 
 struct Spread {
   double median = 0, min = 0, max = 0;
@@ -112,7 +108,7 @@ std::optional<ArmedRun> armedLaunch(const Scratch& s, bench::TimedClicks& clicks
 // The longest silence around a switch of the default sink, in ms.
 std::optional<double> switchGap(const Scratch& s) {
   PinnedTone speaker(s, "speaker", sineWave(48000, kToneHz, 6, 0.5f));
-  auto headset = play(s, "headset", sineWave(48000, kToneHz, 6, 0.5f), "headset.wav");
+  auto headset = play(s, "headset", sineWave(48000, kToneHz, 6, 0.5f), "headset.f32");
   if (!speaker.ok()) return std::nullopt;
   sleepSeconds(0.5);  // the loopback settles
   Recording r(s, {"--no-mic"});
@@ -120,10 +116,10 @@ std::optional<double> switchGap(const Scratch& s) {
   const double ready = monotonicSeconds();
   sleepSeconds(1);
   const double switchedAt = monotonicSeconds() - ready;
-  setDefaultSink(s, "headset");
+  pactl(s, {"set-default-sink", "headset"});
   sleepSeconds(1.2);
   r.stop(SIGTERM);
-  setDefaultSink(s, "speaker");
+  pactl(s, {"set-default-sink", "speaker"});
   std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
   if (tracks.empty()) return std::nullopt;
   // Sample by sample: a 1 kHz tone at half scale stays under the floor for
@@ -141,7 +137,6 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "armed_bench: %s\n", missing->c_str());
     return 2;
   }
-  DefaultsRestored restored(s);
   LiveSinks live(s, {"micfeed", "headset"});
   std::vector<double> ready, firstSample, cold;
   {

@@ -97,8 +97,8 @@ under_pulse() {
   printf '%s\n' "${times[@]}" | sort -n | awk '{v[NR]=$1} END{printf "  audio-capture  min %.1f ms, median %.1f ms, max %.1f ms\n", v[1], v[int((NR+1)/2)], v[NR]}'
 
   echo "== recording $minutes min: clicks into speaker; system = speaker.monitor, mic = speakercopy (sink at $sink_rate Hz)"
-  "$offsets" --clicks $((seconds + 15)) "$out_dir/clicks.wav"
-  paplay "$out_dir/clicks.wav" &
+  "$offsets" --clicks $((seconds + 15)) "$out_dir/clicks.f32"
+  pacat --playback --format=float32le --channels=1 --rate=48000 --device=speaker "$out_dir/clicks.f32" &
   pids+=($!)
   rm -f "$out_dir"/{ours,ffmpeg}.{m4a,time,log,out}
 

@@ -1,11 +1,11 @@
 // track_offsets FILE [WINDOW_SECONDS]
-// track_offsets --clicks SECONDS OUT.wav
+// track_offsets --clicks SECONDS OUT.f32
 //
 // For a recording of one click train on both tracks (see
 // e2e_recording/track_analysis.h), prints how much later the second track's
 // clicks come than the first's over the first and the last WINDOW_SECONDS
 // (default 20) of the file, and the drift between the two. With --clicks,
-// writes such a train instead.
+// writes such a train instead (mono 48 kHz float32le, as pacat plays it).
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -15,13 +15,21 @@
 
 using namespace ac::e2e;
 
+// The clicks of `times` inside [from, to).
+static std::vector<double> within(const std::vector<double>& times, double from, double to) {
+  std::vector<double> out;
+  for (double t : times)
+    if (t >= from && t < to) out.push_back(t);
+  return out;
+}
+
 int main(int argc, char** argv) {
   if (argc < 2) {
-    std::fprintf(stderr, "usage: %s FILE [WINDOW_SECONDS] | --clicks SECONDS OUT.wav\n", argv[0]);
+    std::fprintf(stderr, "usage: %s FILE [WINDOW_SECONDS] | --clicks SECONDS OUT.f32\n", argv[0]);
     return 64;
   }
   if (std::string(argv[1]) == "--clicks" && argc == 4) {
-    std::ofstream(argv[3], std::ios::binary) << wavFile(clickTrain(48000, std::atof(argv[2]), 7));
+    std::ofstream(argv[3], std::ios::binary) << floatBytes(clickTrain(48000, std::atof(argv[2]), 7));
     return 0;
   }
   const std::string file = argv[1];

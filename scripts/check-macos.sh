@@ -69,7 +69,7 @@ done
 tests_apple=()
 for file in "${tests[@]}"; do
   case "$file" in
-    tests/main/device_query_blackbox_test.cpp | tests/main/armed_blackbox_test.cpp | \
+    tests/main/device_query_blackbox_test.cpp | \
       tests/notify_flows/linux_backend_test.cpp) ;;
     *) tests_apple+=("$file") ;;
   esac

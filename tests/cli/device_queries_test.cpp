@@ -1,7 +1,6 @@
 #include "cli/device_queries.h"
 
 #include <gtest/gtest.h>
-#include <unicode/locid.h>
 
 #include "simulated/sim_audio_hardware.h"
 
@@ -52,18 +51,6 @@ TEST(DeviceQueries, FailuresNameTheLookupAndStatus) {
     EXPECT_EQ(current.out, c.currentErr.empty() ? "speaker\n" : "") << c.call;
     EXPECT_EQ(current.exitStatus, c.currentErr.empty() ? 0 : 1) << c.call;
   }
-}
-
-TEST(SortDeviceNames, PosixDefaultLocaleStillSortsCaseInsensitively) {
-  UErrorCode status = U_ZERO_ERROR;
-  icu::Locale saved = icu::Locale::getDefault();
-  for (const char* locale : {"en_US_POSIX", "en_US", "de_DE"}) {
-    icu::Locale::setDefault(icu::Locale(locale), status);
-    std::vector<std::string> names = {"b", "B", "a", "A", "c"};
-    sortDeviceNames(names);
-    EXPECT_EQ(names, (std::vector<std::string>{"a", "A", "b", "B", "c"})) << locale;
-  }
-  icu::Locale::setDefault(saved, status);
 }
 
 }  // namespace

@@ -2,32 +2,22 @@
 
 #include <signal.h>
 
-#include <chrono>
+#include <algorithm>
+#include <cstdlib>
 #include <sstream>
-#include <thread>
+
+#include "support/eventually.h"
 
 namespace ac::e2e {
 namespace {
 
-constexpr const char* kPactl = "/usr/bin/pactl";
-constexpr double kPollSeconds = 0.01;
-
-size_t sinkInputCount(const Scratch& scratch) {
-  std::istringstream lines(runTool(scratch, kPactl, {"list", "short", "sink-inputs"}).out);
-  size_t count = 0;
-  for (std::string line; std::getline(lines, line);) count += !line.empty();
-  return count;
+// The private server's directory and control script, which
+// scripts/with-pulse.sh exports when it started the server itself.
+std::optional<std::string> serverVariable(const char* name) {
+  const char* value = std::getenv(name);
+  return value && *value ? std::optional<std::string>(value) : std::nullopt;
 }
 
-template <class Done>
-bool pollUntil(double timeoutSeconds, Done done) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(timeoutSeconds);
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::duration<double>(kPollSeconds));
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -36,43 +26,53 @@ ExeResult runTool(const Scratch& scratch, const std::string& exe, const std::vec
   return RunningExe(scratch, exe, args).finish(timeoutSeconds);
 }
 
+ExeResult pactl(const Scratch& scratch, const std::vector<std::string>& args) {
+  return runTool(scratch, "/usr/bin/pactl", args);
+}
+
+size_t sinkInputs(const Scratch& scratch) {
+  return size_t(std::ranges::count(pactl(scratch, {"list", "short", "sink-inputs"}).out, '\n'));
+}
+
+bool onPipeWire(const Scratch& scratch) {
+  static const bool pipewire = pactl(scratch, {"info"}).out.find("on PipeWire") != std::string::npos;
+  return pipewire;
+}
+
 LiveSinks::LiveSinks(const Scratch& scratch, const std::vector<std::string>& sinks) {
-  const size_t before = sinkInputCount(scratch);
+  const size_t before = sinkInputs(scratch);
   for (const std::string& sink : sinks)
     streams_.push_back(std::make_unique<RunningExe>(
         scratch, "/usr/bin/pacat",
         std::vector<std::string>{"--playback", "--latency-msec=10", "--device=" + sink, "/dev/zero"}));
-  ok_ = pollUntil(5, [&] { return sinkInputCount(scratch) >= before + sinks.size(); });
+  ok_ = test::eventually([&] { return sinkInputs(scratch) >= before + sinks.size(); });
   // On PulseAudio a sink already inside a long block finishes it before it
   // heeds the new latency; suspending and resuming starts a fresh, short one.
   // PipeWire follows the new latency at once, and a suspend would leave its
   // remapped sources silent for good.
   if (onPipeWire(scratch)) return;
   for (const std::string& sink : sinks)
-    for (const char* suspended : {"1", "0"}) ok_ = ok_ && runTool(scratch, kPactl, {"suspend-sink", sink, suspended}).status == 0;
-}
-
-bool onPipeWire(const Scratch& scratch) {
-  static const bool pipewire = runTool(scratch, kPactl, {"info"}).out.find("on PipeWire") != std::string::npos;
-  return pipewire;
+    for (const char* suspended : {"1", "0"}) ok_ = ok_ && pactl(scratch, {"suspend-sink", sink, suspended}).status == 0;
 }
 
 LoadedModule::LoadedModule(const Scratch& scratch, const std::vector<std::string>& nameAndArgs) : scratch_(scratch) {
   std::vector<std::string> args{"load-module"};
   args.insert(args.end(), nameAndArgs.begin(), nameAndArgs.end());
-  ExeResult r = runTool(scratch, kPactl, args);
+  ExeResult r = pactl(scratch, args);
   if (r.exited && r.status == 0) index_ = r.out.substr(0, r.out.find('\n'));
 }
 
 LoadedModule::~LoadedModule() {
-  if (ok()) runTool(scratch_, kPactl, {"unload-module", index_});
+  if (ok()) pactl(scratch_, {"unload-module", index_});
 }
 
 std::unique_ptr<RunningExe> play(const Scratch& scratch, const std::string& sink, const Pcm& pcm,
                                  const std::string& name) {
-  Scratch::write(scratch.path(name), wavFile(pcm));
-  return std::make_unique<RunningExe>(scratch, "/usr/bin/paplay",
-                                      std::vector<std::string>{"--device=" + sink, scratch.path(name)});
+  Scratch::write(scratch.path(name), floatBytes(pcm));
+  return std::make_unique<RunningExe>(scratch, "/usr/bin/pacat",
+                                      std::vector<std::string>{"--playback", "--format=float32le", "--channels=1",
+                                                               "--rate=" + std::to_string(pcm.rate), "--device=" + sink,
+                                                               scratch.path(name)});
 }
 
 std::vector<Pcm> decodeTracks(const Scratch& scratch, const std::string& file) {
@@ -93,17 +93,36 @@ std::vector<Pcm> decodeTracks(const Scratch& scratch, const std::string& file) {
   return tracks;
 }
 
-Recording::Recording(const Scratch& scratch, const std::vector<std::string>& extraArgs)
+PinnedTone::PinnedTone(const Scratch& scratch, const std::string& sink, const Pcm& pcm)
+    : feed_(scratch, {"module-null-sink", "sink_name=" + sink + "-pinned-feed"}),
+      loopback_(scratch, {"module-loopback", "source=" + sink + "-pinned-feed.monitor", "sink=" + sink,
+                          "sink_dont_move=true", "latency_msec=10"}) {
+  if (!feed_.ok() || !loopback_.ok()) return;
+  live_ = std::make_unique<LiveSinks>(scratch, std::vector<std::string>{sink + "-pinned-feed"});
+  player_ = play(scratch, sink + "-pinned-feed", pcm, sink + "-pinned.f32");
+}
+
+std::optional<std::string> privateServerUncontrolled() {
+  if (!serverVariable("AC_SOUND_SERVER_CTL") || !serverVariable("AC_SOUND_SERVER_DIR"))
+    return "the sound server is not one scripts/with-pulse.sh started (no AC_SOUND_SERVER_DIR)";
+  return std::nullopt;
+}
+
+bool restartServer(const Scratch& scratch, bool start) {
+  return runTool(scratch, *serverVariable("AC_SOUND_SERVER_CTL"), {start ? "--start" : "--stop"}).status == 0;
+}
+
+Recording::Recording(const Scratch& scratch, const std::vector<std::string>& extraArgs, const test::EnvChanges& env)
     : outputPath(scratch.path("call.m4a")),
       logPath(scratch.path("call.log")),
       exe_(scratch, AC_EXE, [&] {
-        std::vector<std::string> args{"--output", scratch.path("call.m4a"), "--log", scratch.path("call.log")};
+        std::vector<std::string> args{"--output", outputPath, "--log", logPath};
         args.insert(args.end(), extraArgs.begin(), extraArgs.end());
         return args;
-      }()) {}
+      }(), env) {}
 
 bool Recording::waitReady(double timeoutSeconds) {
-  return pollUntil(timeoutSeconds, [&] { return log().find("] ready, pid=") != std::string::npos; });
+  return test::eventually([&] { return log().find("] ready, pid=") != std::string::npos; }, timeoutSeconds);
 }
 
 ExeResult Recording::wait(double timeoutSeconds) { return exe_.finish(timeoutSeconds); }
@@ -111,6 +130,39 @@ ExeResult Recording::wait(double timeoutSeconds) { return exe_.finish(timeoutSec
 ExeResult Recording::stop(int signal) {
   if (exe_.pid() > 0) ::kill(exe_.pid(), signal);
   return wait();
+}
+
+std::vector<std::string> logLines(const std::string& log) {
+  std::vector<std::string> lines;
+  std::istringstream in(log);
+  for (std::string line; std::getline(in, line);) {
+    const size_t close = line.find("] ");
+    lines.push_back(line.rfind('[', 0) == 0 && close != std::string::npos ? line.substr(close + 2) : line);
+  }
+  return lines;
+}
+
+size_t countLines(const std::string& log, const std::string& line) {
+  return size_t(std::ranges::count(logLines(log), line));
+}
+
+size_t countPrefixed(const std::string& log, const std::string& prefix) {
+  return size_t(std::ranges::count_if(logLines(log), [&](const std::string& l) { return l.rfind(prefix, 0) == 0; }));
+}
+
+bool waitForLine(const Recording& recording, const std::string& line, double timeoutSeconds) {
+  return test::eventually([&] { return countLines(recording.log(), line) > 0; }, timeoutSeconds);
+}
+
+bool inOrder(const std::string& log, const std::vector<std::string>& wanted) {
+  const std::vector<std::string> lines = logLines(log);
+  auto at = lines.begin();
+  for (const std::string& w : wanted) {
+    at = std::find(at, lines.end(), w);
+    if (at == lines.end()) return false;
+    ++at;
+  }
+  return true;
 }
 
 }  // namespace ac::e2e

@@ -6,16 +6,12 @@
 #include <signal.h>
 #include <time.h>
 
-#include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <map>
-#include <optional>
 #include <regex>
-#include <thread>
 
-#include <gtest/gtest.h>
-
-#include "e2e_recording/e2e_harness.h"
+#include "e2e_recording/e2e_fixture.h"
 
 namespace ac::e2e {
 namespace {
@@ -28,7 +24,6 @@ struct Readings {
   std::string ffprobe, mediainfo, discoverer, atomicParsley;
   bool atomicParsleyAccepts = false;
   std::vector<Pcm> ffmpegTracks, gstTracks;
-  time_t startedAt = 0;
 };
 
 std::string run(const Scratch& s, const std::string& exe, const std::vector<std::string>& args, bool* ok = nullptr) {
@@ -93,70 +88,62 @@ time_t utc(std::string text) {
   return strptime(text.substr(0, 19).c_str(), "%Y-%m-%d %H:%M:%S", &tm) ? timegm(&tm) : 0;
 }
 
-// A recording stopped by `signal`, as read by every tool; nothing when it
-// cannot be made.
-std::optional<Readings> recording(int signal) {
-  Scratch s;
-  LiveSinks live(s, {"speaker", "micfeed"});
-  if (!live.ok()) return std::nullopt;
-  auto system = play(s, "speaker", sineWave(48000, 440, kRecordSeconds + 10, 0.5f), "system.wav");
-  auto mic = play(s, "micfeed", sineWave(48000, 1000, kRecordSeconds + 10, 0.5f), "mic.wav");
-  std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  const time_t started = time(nullptr);
-  Recording rec(s, {});
-  if (!rec.waitReady()) return std::nullopt;
-  std::this_thread::sleep_for(std::chrono::duration<double>(kRecordSeconds));
-  rec.stop(signal);
-  Readings readings = read(s, rec.outputPath);
-  readings.startedAt = started;
-  return readings;
-}
+class FileFormatE2E : public E2E {
+ protected:
+  void SetUp() override { keepLive({"speaker", "micfeed"}); }
+};
 
-TEST(FileFormatE2E, StoppedAndKilledRecordingsPlayBothTracksNamedDatedAndTimedInEveryTool) {
-  if (auto missing = test::privatePulseServerMissing(Scratch())) GTEST_SKIP() << *missing;
+TEST_F(FileFormatE2E, StoppedAndKilledRecordingsPlayBothTracksNamedDatedAndTimedInEveryTool) {
+  auto system = tone("speaker", 440, 60);
+  auto mic = tone("micfeed", 1000, 60);
   for (const int signal : {SIGTERM, SIGKILL}) {
     SCOPED_TRACE(signal == SIGTERM ? "stopped" : "killed");
-    const std::optional<Readings> r = recording(signal);
-    ASSERT_TRUE(r) << "the recording did not start";
-    ASSERT_EQ(r->ffmpegTracks.size(), 2u);
+    std::filesystem::remove(s.path("call.m4a"));
+    const time_t startedAt = time(nullptr);
+    Recording rec(s, {});
+    ASSERT_TRUE(rec.waitReady()) << "the recording did not start";
+    sleepSeconds(kRecordSeconds);
+    rec.stop(signal);
+    const Readings r = read(s, rec.outputPath);
+    ASSERT_EQ(r.ffmpegTracks.size(), 2u);
     for (int k = 0; k < 2; ++k) {
       const std::string stream = R"(streams\.stream\.)" + std::to_string(k) + R"(\.)";
-      EXPECT_EQ(find(r->ffprobe, stream + R"(disposition\.default=(\d))"), "1") << "ffprobe: track " << k << " enabled";
-      EXPECT_EQ(find(r->ffprobe, stream + R"(tags\.handler_name="([^"]*))"), kNames[k]) << "ffprobe handler name";
+      EXPECT_EQ(find(r.ffprobe, stream + R"(disposition\.default=(\d))"), "1") << "ffprobe: track " << k << " enabled";
+      EXPECT_EQ(find(r.ffprobe, stream + R"(tags\.handler_name="([^"]*))"), kNames[k]) << "ffprobe handler name";
       // Title|alternate group (none)
-      EXPECT_NE(r->mediainfo.find(std::string("\n") + kNames[k] + "|\n"), std::string::npos) << r->mediainfo;
-      const size_t at = r->discoverer.find("audio #" + std::to_string(k + 1) + ":");
-      ASSERT_NE(at, std::string::npos) << r->discoverer;
-      const std::string stanza = r->discoverer.substr(at, r->discoverer.find("Stream ID", at) - at);
+      EXPECT_NE(r.mediainfo.find(std::string("\n") + kNames[k] + "|\n"), std::string::npos) << r.mediainfo;
+      const size_t at = r.discoverer.find("audio #" + std::to_string(k + 1) + ":");
+      ASSERT_NE(at, std::string::npos) << r.discoverer;
+      const std::string stanza = r.discoverer.substr(at, r.discoverer.find("Stream ID", at) - at);
       EXPECT_EQ(find(stanza, R"(\n\s*title: ([^\n]*))"), kNames[k]) << "gst-discoverer title";
     }
     for (const auto& [tool, created] : std::map<std::string, std::string>{
-             {"ffprobe", find(r->ffprobe, R"(creation_time="([^"]*))")},
-             {"mediainfo", find(r->mediainfo, R"(\|(.*UTC))")},
-             {"gst-discoverer", find(r->discoverer, R"(datetime: (\S+))")}}) {
-      EXPECT_NEAR(double(utc(created)), double(r->startedAt), 30) << tool << " creation time \"" << created << "\"";
+             {"ffprobe", find(r.ffprobe, R"(creation_time="([^"]*))")},
+             {"mediainfo", find(r.mediainfo, R"(\|(.*UTC))")},
+             {"gst-discoverer", find(r.discoverer, R"(datetime: (\S+))")}}) {
+      EXPECT_NEAR(double(utc(created)), double(startedAt), 30) << tool << " creation time \"" << created << "\"";
     }
-    EXPECT_TRUE(r->atomicParsleyAccepts) << r->atomicParsley;
+    EXPECT_TRUE(r.atomicParsleyAccepts) << r.atomicParsley;
 
     // Killed after 11 s, the file holds two whole 5-second fragments.
-    const double decoded = longest(r->ffmpegTracks);
+    const double decoded = longest(r.ffmpegTracks);
     EXPECT_GT(decoded, signal == SIGTERM ? kRecordSeconds - 1 : 9.5);
-    EXPECT_NEAR(longest(r->gstTracks), decoded, 0.1) << "GStreamer's decode";
-    for (const auto& [tool, seconds] : reportedSeconds(*r)) {
+    EXPECT_NEAR(longest(r.gstTracks), decoded, 0.1) << "GStreamer's decode";
+    for (const auto& [tool, seconds] : reportedSeconds(r)) {
       // GStreamer guesses an unfinished file's length from its first fragment.
       if (signal == SIGKILL && tool == "gst-discoverer") continue;
       EXPECT_NEAR(seconds, decoded, 0.1) << tool;
     }
     // The track that reached the recorder first starts the file's time line
     // with the tone it heard; priming presented as audio is near silence.
-    for (const auto* tracks : {&r->ffmpegTracks, &r->gstTracks}) {
+    for (const auto* tracks : {&r.ffmpegTracks, &r.gstTracks}) {
       std::string levels;
       double loudest = 0;
       for (const Pcm& t : *tracks) {
         loudest = std::max(loudest, rms(t, 0.010));
         levels += " " + std::to_string(rms(t, 0.010));
       }
-      EXPECT_GT(loudest, 0.05) << (tracks == &r->gstTracks ? "GStreamer" : "ffmpeg") << ": first 10 ms at" << levels;
+      EXPECT_GT(loudest, 0.05) << (tracks == &r.gstTracks ? "GStreamer" : "ffmpeg") << ": first 10 ms at" << levels;
     }
   }
 }

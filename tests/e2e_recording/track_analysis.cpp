@@ -13,8 +13,9 @@ constexpr double kClickSeconds = 0.002;
 constexpr float kClickAmplitude = 0.8f;
 constexpr double kMinGapSeconds = 0.18, kMaxGapSeconds = 0.42;
 
-void putLE(std::string& out, uint32_t value, int bytes) {
-  for (int i = 0; i < bytes; ++i) out.push_back(static_cast<char>((value >> (8 * i)) & 0xff));
+// The frame at `seconds`, clamped to the track.
+size_t frameAt(const Pcm& pcm, double seconds) {
+  return std::min(pcm.samples.size(), static_cast<size_t>(std::max(0.0, seconds) * pcm.rate));
 }
 
 }  // namespace
@@ -45,23 +46,8 @@ Pcm clickTrain(int rate, double seconds, uint32_t seed) {
   return pcm;
 }
 
-std::string wavFile(const Pcm& pcm) {
-  const auto dataBytes = static_cast<uint32_t>(pcm.samples.size() * 2);
-  std::string out = "RIFF";
-  putLE(out, 36 + dataBytes, 4);
-  out += "WAVEfmt ";
-  putLE(out, 16, 4);
-  putLE(out, 1, 2);  // PCM
-  putLE(out, 1, 2);  // mono
-  putLE(out, static_cast<uint32_t>(pcm.rate), 4);
-  putLE(out, static_cast<uint32_t>(pcm.rate * 2), 4);
-  putLE(out, 2, 2);
-  putLE(out, 16, 2);
-  out += "data";
-  putLE(out, dataBytes, 4);
-  for (float s : pcm.samples)
-    putLE(out, static_cast<uint16_t>(static_cast<int16_t>(std::lround(std::clamp(s, -1.0f, 1.0f) * 32767))), 2);
-  return out;
+std::string floatBytes(const Pcm& pcm) {
+  return std::string(reinterpret_cast<const char*>(pcm.samples.data()), pcm.samples.size() * sizeof(float));
 }
 
 Pcm pcmFromFloatBytes(int rate, const std::string& bytes) {
@@ -70,17 +56,39 @@ Pcm pcmFromFloatBytes(int rate, const std::string& bytes) {
   return pcm;
 }
 
-double toneAmplitude(const Pcm& pcm, double hz) {
-  if (pcm.samples.empty() || pcm.rate == 0) return 0;
+double toneAmplitude(const Pcm& pcm, double hz, double fromSeconds, double toSeconds) {
+  const size_t from = frameAt(pcm, fromSeconds), to = std::max(from, frameAt(pcm, toSeconds));
+  if (from == to) return 0;
   const double coeff = 2 * std::cos(2 * std::numbers::pi * hz / pcm.rate);
   double s1 = 0, s2 = 0;
-  for (float x : pcm.samples) {
-    const double s = x + coeff * s1 - s2;
+  for (size_t i = from; i < to; ++i) {
+    const double s = pcm.samples[i] + coeff * s1 - s2;
     s2 = s1;
     s1 = s;
   }
   const double power = std::max(0.0, s1 * s1 + s2 * s2 - coeff * s1 * s2);
-  return 2 * std::sqrt(power) / double(pcm.samples.size());
+  return 2 * std::sqrt(power) / double(to - from);
+}
+
+
+Silence longestSilentRun(const Pcm& pcm, double fromSeconds, double toSeconds, double windowSeconds, float floor) {
+  const size_t window = std::max<size_t>(1, static_cast<size_t>(windowSeconds * pcm.rate));
+  const size_t from = frameAt(pcm, fromSeconds), to = frameAt(pcm, toSeconds);
+  Silence longest;
+  size_t runStart = from, runFrames = 0;
+  for (size_t at = from; at + window <= to; at += window) {
+    float peak = 0;
+    for (size_t i = at; i < at + window; ++i) peak = std::max(peak, std::fabs(pcm.samples[i]));
+    if (peak >= floor) {
+      runFrames = 0;
+      continue;
+    }
+    if (runFrames == 0) runStart = at;
+    runFrames += window;
+    if (double(runFrames) / pcm.rate > longest.seconds)
+      longest = Silence{double(runStart) / pcm.rate, double(runFrames) / pcm.rate};
+  }
+  return longest;
 }
 
 std::vector<double> clickTimes(const Pcm& pcm) {
@@ -127,13 +135,6 @@ std::optional<Lag> medianLag(const std::vector<double>& a, const std::vector<dou
   if (best.empty()) return std::nullopt;
   std::nth_element(best.begin(), best.begin() + best.size() / 2, best.end());
   return Lag{best[best.size() / 2], best.size()};
-}
-
-std::vector<double> within(const std::vector<double>& times, double from, double to) {
-  std::vector<double> out;
-  for (double t : times)
-    if (t >= from && t < to) out.push_back(t);
-  return out;
 }
 
 }  // namespace ac::e2e

@@ -1,6 +1,6 @@
 // Signals to play into the sound server and measurements on decoded tracks:
 // pure functions on mono float samples, shared by the end-to-end tests and
-// the recording benchmark.
+// the benchmarks.
 #pragma once
 
 #include <cstddef>
@@ -25,15 +25,25 @@ Pcm sineWave(int rate, double hz, double seconds, float amplitude);
 // train.
 Pcm clickTrain(int rate, double seconds, uint32_t seed);
 
-// A mono 16-bit PCM WAV file holding `pcm`.
-std::string wavFile(const Pcm& pcm);
-
-// Native-endian 32-bit floats, as ffmpeg's "f32le" writes them here.
+// Native-endian 32-bit floats, as ffmpeg's "f32le" writes them here and
+// pacat's "float32le" plays them.
+std::string floatBytes(const Pcm& pcm);
 Pcm pcmFromFloatBytes(int rate, const std::string& bytes);
 
-// The amplitude of the `hz` component (Goertzel over the whole signal): a
-// full-scale sine of that frequency reads 1.
-double toneAmplitude(const Pcm& pcm, double hz);
+// The amplitude of the `hz` component (Goertzel) within [fromSeconds,
+// toSeconds), clamped to the signal: a full-scale sine of that frequency reads 1.
+double toneAmplitude(const Pcm& pcm, double hz, double fromSeconds = 0, double toSeconds = 1e9);
+
+// The longest run of consecutive windows of `windowSeconds` inside
+// [fromSeconds, toSeconds) whose loudest sample stays under `floor`: where
+// and how long the track fell silent there (start -1: never). Pick a window
+// longer than the period of the tone played, so a window of sound always
+// holds a peak.
+struct Silence {
+  double startSeconds = -1;
+  double seconds = 0;
+};
+Silence longestSilentRun(const Pcm& pcm, double fromSeconds, double toSeconds, double windowSeconds, float floor);
 
 // Where each click is, in seconds from the start: the energy centroid of
 // each burst that rises above a third of the loudest sample.
@@ -47,8 +57,5 @@ struct Lag {
   size_t matched = 0;
 };
 std::optional<Lag> medianLag(const std::vector<double>& a, const std::vector<double>& b, double maxLag);
-
-// The clicks of `times` inside [from, to).
-std::vector<double> within(const std::vector<double>& times, double from, double to);
 
 }  // namespace ac::e2e

@@ -1,50 +1,49 @@
-// Armed launches through the real FIFOs: "go" records until the owner closes
-// the go pipe; a SIGTERM that lands while the recorder is still starting is
-// honoured once it runs; and many launches, each with one rival of "go"
-// (SIGTERM, SIGINT, the owner leaving, the default input changing) at a
-// random moment around it, each end exactly one way: one outcome line on
-// the status pipe, exit status 0, and a file only when it recorded.
+// Armed launches through the real FIFOs, as the owning application drives
+// them: pipes it cannot use refuse to arm; "go" records until the owner
+// closes the go pipe; and many launches, each with one rival of "go" (a stop
+// signal, the owner leaving, the default input changing, a quit, a bad line
+// or the end of input) at a random moment around it, each end exactly one
+// way: one outcome line on the status pipe, exit status 0, and a file only
+// when it recorded. Some of those signals land while the recorder is still
+// starting: they must be honoured once it runs.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <random>
 
 #include "e2e_recovery/armed_owner.h"
-#include "e2e_recovery/recovery_fixture.h"
-#include "support/dispatch.h"
+#include "e2e_recording/e2e_fixture.h"
 
 namespace ac::e2e {
 namespace {
 
 constexpr double kSystemHz = 440, kMicHz = 1000;
 
-// Waits until process `pid` runs a thread called `name` (as far as the
-// kernel keeps thread names: 15 bytes).
-bool waitForThread(int pid, const std::string& name, double timeoutSeconds) {
-  const std::string kept = name.substr(0, 15) + "\n";
-  const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
-  for (const double deadline = monotonicSeconds() + timeoutSeconds; monotonicSeconds() < deadline;) {
-    std::error_code ec;
-    for (const auto& task : std::filesystem::directory_iterator(tasks, ec))
-      if (Scratch::contents(task.path() / "comm") == kept) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return false;
-}
+enum class Rival { sigterm, sigint, sighup, ownerGone, inputChange, quit, badLine, eof };
 
-enum class Rival { sigterm, sigint, ownerGone, inputChange };
-
-// By Rival: its name, and what a release it caused reads on the status
-// pipe (nothing when it cannot release: the owner leaves only after go).
+// By Rival: its name, what a release it caused reads on the status pipe
+// (nothing when it cannot release: the owner leaves only after go), and
+// when it comes, in microseconds from go: up to 5 ms before (the owner's
+// own lines only before, as it sends them) to 10 ms after: before the read,
+// during the few milliseconds of the start, and after ready.
 const struct {
   const char* name;
   std::optional<std::string> released;
-} kRivals[] = {{"SIGTERM", "released sigterm"},
-               {"SIGINT", "released sigterm"},
-               {"owner gone", std::nullopt},
-               {"input change", "released input-device-changed"}};
+  int earliestMicros, latestMicros;
+} kRivals[] = {{"SIGTERM", "released sigterm", -5000, 10000},
+               {"SIGINT", "released sigterm", -5000, 10000},
+               {"SIGHUP", "released sigterm", -5000, 10000},
+               {"owner gone", std::nullopt, 0, 10000},
+               {"input change", "released input-device-changed", -5000, 10000},
+               {"quit", "released quit", -5000, -1},
+               {"bad line", "released bad-line", -5000, -1},
+               {"end of input", "released eof", -5000, -1}};
 
 // Sanitized builds launch several times slower.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -52,20 +51,47 @@ constexpr int kDefaultLaunches = 40;
 #else
 constexpr int kDefaultLaunches = 100;
 #endif
-// The rival comes up to 5 ms before go (never for the owner, who leaves
-// only after it) to 10 ms after: before the read, during the few
-// milliseconds of the start, and after ready.
-constexpr int kEarliestMicros = -5000, kLatestMicros = 10000;
 
 int envInt(const char* name, int fallback) {
   const char* value = std::getenv(name);
   return value ? std::atoi(value) : fallback;
 }
 
-class ArmedE2E : public RecoveryE2E {
+class ArmedE2E : public E2E {
  protected:
   void SetUp() override { keepLive({"speaker", "micfeed"}); }
 };
+
+TEST_F(ArmedE2E, PipeProblemsRefuseToArm) {
+  const std::string fifo = s.path("fifo"), file = s.path("file"), link = s.path("link");
+  ::mkfifo(fifo.c_str(), 0600);
+  Scratch::write(file, "");
+  ::symlink(fifo.c_str(), link.c_str());
+  auto armed = [&](const std::string& go, const std::string& status) {
+    return std::make_unique<Recording>(s, std::vector<std::string>{"--no-mic", "--armed", "--go-fifo", go, "--status-fifo", status});
+  };
+  // Nobody reads the status FIFO yet: the owner is gone before we armed.
+  auto gone = armed(fifo, fifo);
+  EXPECT_EQ(gone->wait().status, 0);
+  EXPECT_TRUE(inOrder(gone->log(), {"armed: status pipe has no reader — owner gone", "armed: released (eof)"}));
+
+  int statusReader = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  const struct {
+    std::string go, status, line;
+  } cases[] = {
+      {fifo, file, "armed: status path " + file + " is not a FIFO — refusing to arm"},
+      {fifo, link, "armed: cannot open the status path " + link + " (errno=40) — refusing to arm"},
+      {s.path("none"), fifo, "armed: cannot open the go path " + s.path("none") + " (errno=2) — refusing to arm"},
+      {file, fifo, "armed: go path " + file + " is not a FIFO — refusing to arm"},
+  };
+  for (const auto& c : cases) {
+    auto r = armed(c.go, c.status);
+    EXPECT_EQ(r->wait().status, 74) << c.line;
+    EXPECT_EQ(countLines(r->log(), c.line), 1u) << r->log();
+    EXPECT_FALSE(s.exists("call.m4a"));
+  }
+  ::close(statusReader);
+}
 
 TEST_F(ArmedE2E, GoRecordsBothSourcesUntilTheOwnerClosesTheGoPipe) {
   auto system = tone("speaker", kSystemHz, 8);
@@ -85,56 +111,13 @@ TEST_F(ArmedE2E, GoRecordsBothSourcesUntilTheOwnerClosesTheGoPipe) {
   EXPECT_EQ(std::to_string(result.status) + " " + result.out, "0 pid=" + pid + "\n");
   const std::string log = r.log();
   EXPECT_TRUE(inOrder(log, {"ready, pid=" + pid, "armed: owner gone after go — finalizing", "signal received",
-                            "writer done status=2", "finalize-ok call.m4a pid=" + pid + ".", "exit"}))
+                            "finalize-ok call.m4a pid=" + pid + ".", "exit"}))
       << log;
   std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
   ASSERT_EQ(tracks.size(), 2u);
   for (const Pcm& track : tracks) EXPECT_NEAR(track.seconds(), recorded, 0.15) << "track at " << track.rate << " Hz";
   EXPECT_GT(toneAmplitude(tracks[0], kSystemHz), 0.05);
   EXPECT_GT(toneAmplitude(tracks[1], kMicHz), 0.05);
-}
-
-TEST_F(ArmedE2E, SigtermBetweenGoAndReadyIsHonouredOnceRunning) {
-  if (auto why = privateServerUncontrolled()) GTEST_SKIP() << *why;
-  auto system = tone("speaker", kSystemHz, 8);
-  ArmedOwner owner(s);
-  Recording r(s, [&] {
-    std::vector<std::string> args = owner.armedArgs();
-    args.push_back("--no-mic");
-    return args;
-  }());
-  const std::string pid = std::to_string(r.pid());
-  ASSERT_EQ(owner.nextLine(), "armed, pid=" + pid);
-  {
-    // Starting waits on the frozen server, which holds the recorder between
-    // go and ready for as long as the test needs.
-    FrozenServer frozen;
-    owner.send("go\n");
-    // The owner watch starts once go was accepted, just before the start.
-    ASSERT_TRUE(waitForThread(r.pid(), "audio-capture.armed-owner-watch", 5)) << r.log();
-    ::kill(r.pid(), SIGTERM);
-    ASSERT_TRUE(waitForLine(r, "signal received during start — honoured once running", 3)) << r.log();
-  }
-  EXPECT_EQ(owner.nextLine(), "ready, pid=" + pid);
-  // The deferred stop ends the recording by itself, well before wait()
-  // would send a signal of its own.
-  const auto thawed = std::chrono::steady_clock::now();
-  ExeResult result = r.wait(20);
-  EXPECT_LT(secondsSince(thawed), 5);
-  EXPECT_EQ(std::to_string(result.status) + " " + result.out, "0 pid=" + pid + "\n");
-  const std::string log = r.log();
-  // "ready" went to the owner before the stop was queued; the log's own
-  // "ready, pid=" line races the stop.
-  EXPECT_TRUE(inOrder(log, {"signal received during start — honoured once running", "signal received",
-                            "writer done status=2", "finalize-ok call.m4a pid=" + pid + ".", "exit"}))
-      << log;
-  EXPECT_EQ(countLines(log, "ready, pid=" + pid), 1u) << log;
-  EXPECT_EQ(countLines(log, "signal received"), 1u) << log;
-  // A good file: it opens and holds the system track, however short.
-  ExeResult probe = runTool(s, "/usr/bin/ffprobe",
-                            {"-v", "error", "-show_entries", "stream=codec_name", "-of", "csv=p=0", r.outputPath});
-  EXPECT_EQ(probe.status, 0) << probe.err;
-  EXPECT_EQ(probe.out, "aac\n") << probe.err;
 }
 
 TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
@@ -145,8 +128,12 @@ TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
     switch (rival) {
       case Rival::sigterm: ::kill(pid, SIGTERM); break;
       case Rival::sigint: ::kill(pid, SIGINT); break;
+      case Rival::sighup: ::kill(pid, SIGHUP); break;
+      case Rival::quit: owner.send("quit\n"); break;
+      case Rival::badLine: owner.send("go\r\n"); break;
+      case Rival::eof: owner.send("go"), owner.closeGo(); break;
       case Rival::ownerGone: owner.closeGo(); break;
-      case Rival::inputChange: setDefaultSource(s, "mic2"); break;
+      case Rival::inputChange: pactl(s, {"set-default-source", "mic2"}); break;
     }
   };
   const int launches = envInt("AC_ARMED_STRESS_LAUNCHES", kDefaultLaunches);
@@ -156,9 +143,9 @@ TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
   std::map<std::string, int> outcomes;
 
   for (int i = 0; i < launches; ++i) {
-    const auto rival = static_cast<Rival>(random() % 4);
-    const int micros = std::uniform_int_distribution<int>(rival == Rival::ownerGone ? 0 : kEarliestMicros,
-                                                          kLatestMicros)(random);
+    const auto rival = static_cast<Rival>(random() % std::size(kRivals));
+    const int micros = std::uniform_int_distribution<int>(kRivals[int(rival)].earliestMicros,
+                                                          kRivals[int(rival)].latestMicros)(random);
     SCOPED_TRACE(std::string("launch ") + std::to_string(i) + ": " + kRivals[int(rival)].name + " at " +
                  std::to_string(micros) + " us from go");
     std::filesystem::remove(s.path("call.m4a"));
@@ -184,7 +171,7 @@ TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
     ExeResult result = r.wait(10);
     EXPECT_LT(secondsSince(waited), 10) << "the launch did not end by itself";
     EXPECT_EQ(owner.nextLine(0.05), std::nullopt) << "a second outcome line";
-    if (rival == Rival::inputChange) setDefaultSource(s, "mic");
+    if (rival == Rival::inputChange) pactl(s, {"set-default-source", "mic"});
 
     const std::string log = r.log();
     EXPECT_TRUE(result.exited && result.status == 0) << result.status << "\n" << log;
@@ -203,6 +190,8 @@ TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
       EXPECT_EQ(outcome, kRivals[int(rival)].released) << log;
       EXPECT_EQ(result.out, "");
       EXPECT_EQ(countPrefixed(log, "armed: released ("), 1u) << log;
+      const std::string reason = kRivals[int(rival)].released.value_or("released ?").substr(9);
+      EXPECT_EQ(countLines(log, "armed: released (" + reason + ")"), 1u) << log;
       EXPECT_FALSE(s.exists("call.m4a")) << "a released launch leaves no file";
     }
     if (HasFailure()) break;

@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "e2e_recovery/recovery_fixture.h"
+#include "e2e_recording/e2e_fixture.h"
 
 namespace ac::e2e {
 namespace {
@@ -16,11 +16,11 @@ constexpr double kSystemHz = 440, kMicHz = 1000;
 // when it never does.
 double toneResumes(const Pcm& track, double hz, double fromSeconds) {
   for (double t = fromSeconds; t + 0.1 < track.seconds(); t += 0.05)
-    if (toneBetween(track, hz, t, t + 0.1) > 0.05) return t;
+    if (toneAmplitude(track, hz, t, t + 0.1) > 0.05) return t;
   return -1;
 }
 
-TEST_F(RecoveryE2E, ServerRestartedMidCallIsRiddenOutInOneFile) {
+TEST_F(E2E, ServerRestartedMidCallIsRiddenOutInOneFile) {
   keepLive({"speaker", "micfeed"});
   if (auto why = privateServerUncontrolled()) GTEST_SKIP() << *why;
   auto system = tone("speaker", kSystemHz, 3), mic = tone("micfeed", kMicHz, 3);
@@ -37,8 +37,7 @@ TEST_F(RecoveryE2E, ServerRestartedMidCallIsRiddenOutInOneFile) {
   system = tone("speaker", kSystemHz, 5);
   mic = tone("micfeed", kMicHz, 5);
   sleepSeconds(3.5);
-  ExeResult result = r.stop(SIGTERM);
-  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(r.stop(SIGTERM).status, 0);
 
   const std::string log = r.log();
   EXPECT_EQ(countLines(log, "pulse: sound server connection lost — reconnecting"), 1u) << log;
@@ -47,9 +46,9 @@ TEST_F(RecoveryE2E, ServerRestartedMidCallIsRiddenOutInOneFile) {
   ASSERT_EQ(tracks.size(), 2u);
   for (auto [track, hz] : {std::pair{&tracks[0], kSystemHz}, std::pair{&tracks[1], kMicHz}}) {
     SCOPED_TRACE(hz);
-    EXPECT_GT(toneBetween(*track, hz, 0.2, 1.3), 0.05) << "before the restart";
+    EXPECT_GT(toneAmplitude(*track, hz, 0.2, 1.3), 0.05) << "before the restart";
     // The outage stays in the time line, as silence.
-    EXPECT_LT(toneBetween(*track, hz, 1.7, backAt - 0.3), 0.01) << "during the outage";
+    EXPECT_LT(toneAmplitude(*track, hz, 1.7, backAt - 0.3), 0.01) << "during the outage";
     const double resumed = toneResumes(*track, hz, backAt);
     std::printf("%.0f Hz plays again %.2f s after the server's return\n", hz, resumed - backAt);
     EXPECT_GE(resumed, 0);

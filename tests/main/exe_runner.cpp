@@ -62,11 +62,10 @@ ExeResult runExe(const Scratch& scratch, const std::vector<std::string>& args, c
 }
 
 std::optional<std::string> privatePulseServerMissing(const Scratch& scratch) {
-  if (RunningExe(scratch, "/usr/bin/pactl", {"info"}).finish().status != 0)
-    return "no PulseAudio server answers; run under scripts/with-pulse.sh";
-  std::string sinks = RunningExe(scratch, "/usr/bin/pactl", {"list", "short", "sinks"}).finish().out;
+  ExeResult sinks = RunningExe(scratch, "/usr/bin/pactl", {"list", "short", "sinks"}).finish();
+  if (sinks.status != 0) return "no PulseAudio server answers; run under scripts/with-pulse.sh";
   for (const char* sink : {"\theadset\t", "\tspeaker\t", "\tmicfeed\t"})
-    if (sinks.find(sink) == std::string::npos)
+    if (sinks.out.find(sink) == std::string::npos)
       return std::string("not the private server of scripts/with-pulse.sh (no sink ") + sink + ")";
   return std::nullopt;
 }

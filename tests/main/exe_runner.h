@@ -35,6 +35,8 @@ class RunningExe {
              const EnvChanges& env = {});
   ~RunningExe() { finish(0); }
   int pid() const { return pid_; }
+  // What it wrote to standard error so far.
+  std::string errSoFar() const { return Scratch::contents(errPath_); }
   // Waits at most timeoutSeconds, then SIGTERM, then SIGKILL. Once only.
   ExeResult finish(double timeoutSeconds = 30);
 
