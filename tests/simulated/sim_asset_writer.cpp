@@ -1,17 +1,8 @@
 #include "sim_asset_writer.h"
 
-#include <thread>
-
 namespace ac::sim {
 
 using platform::WriterStatus;
-
-std::vector<platform::MediaTime> SimWriterInput::appendedPTS() const {
-  std::lock_guard lock(mutex_);
-  std::vector<platform::MediaTime> out;
-  for (const auto& sb : appended_) out.push_back(sb.presentationTime());
-  return out;
-}
 
 bool SimWriterInput::append(const platform::SampleBuffer& sample) {
   std::optional<Error> failure;
@@ -27,37 +18,6 @@ bool SimWriterInput::append(const platform::SampleBuffer& sample) {
   }
   if (auto writer = writer_.lock()) writer->setError(failure);
   return false;
-}
-
-bool SimAssetWriter::canApplyOutputSettings(const platform::AudioOutputSettings& settings) {
-  {
-    std::lock_guard lock(mutex_);
-    asked_.push_back(settings);
-  }
-  return !script_->accepts || script_->accepts(settings);
-}
-
-bool SimAssetWriter::startWriting() {
-  std::lock_guard lock(mutex_);
-  status_ = script_->startWritingSucceeds ? WriterStatus::writing : WriterStatus::failed;
-  return status_ == WriterStatus::writing;
-}
-
-void SimAssetWriter::finishWriting(std::function<void()> completion) {
-  {
-    std::lock_guard lock(mutex_);
-    ++finishCalls_;
-    status_ = script_->finishStatus;
-  }
-  std::thread([completion = std::move(completion)] {
-    if (completion) completion();
-  }).detach();
-}
-
-void SimAssetWriter::cancelWriting() {
-  std::lock_guard lock(mutex_);
-  cancelled_ = true;
-  status_ = WriterStatus::cancelled;
 }
 
 namespace {

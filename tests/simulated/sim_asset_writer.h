@@ -18,6 +18,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/asset_writer.h"
@@ -52,7 +53,11 @@ class SimWriterInput final : public platform::WriterInput {
 
   // --- records ---
   std::vector<platform::SampleBuffer> appended() const { return readLocked(mutex_, appended_); }
-  std::vector<platform::MediaTime> appendedPTS() const;
+  std::vector<platform::MediaTime> appendedPTS() const {
+    std::vector<platform::MediaTime> out;
+    for (const auto& sb : appended()) out.push_back(sb.presentationTime());
+    return out;
+  }
   int appendAttempts() const { return readLocked(mutex_, attempts_); }
   bool expectsRealTime() const { return readLocked(mutex_, realTime_); }
   bool finished() const { return readLocked(mutex_, finished_); }
@@ -91,15 +96,16 @@ class SimAssetWriter final : public platform::AssetWriter, public std::enable_sh
   // --- records ---
   const std::string& path() const { return path_; }
   platform::MediaTime fragmentInterval() const { return fragmentInterval_; }
-  std::vector<platform::AudioOutputSettings> settingsAsked() const { return readLocked(mutex_, asked_); }
   std::vector<std::shared_ptr<SimWriterInput>> inputs() const { return readLocked(mutex_, inputs_); }  // in order
   std::optional<platform::MediaTime> sessionStart() const { return readLocked(mutex_, sessionStart_); }
   int finishCalls() const { return readLocked(mutex_, finishCalls_); }
-  bool cancelled() const { return readLocked(mutex_, cancelled_); }
+  bool cancelled() const { return readLocked(mutex_, status_) == platform::WriterStatus::cancelled; }
   bool released() const { return readLocked(mutex_, released_); }
 
   // --- platform::AssetWriter ---
-  bool canApplyOutputSettings(const platform::AudioOutputSettings& settings) override;
+  bool canApplyOutputSettings(const platform::AudioOutputSettings& settings) override {
+    return !script_->accepts || script_->accepts(settings);
+  }
   std::shared_ptr<platform::WriterInput> makeInput(const platform::AudioOutputSettings& settings,
                                                    const std::string& name) override {
     auto input = std::make_shared<SimWriterInput>(settings, weak_from_this());
@@ -114,10 +120,24 @@ class SimAssetWriter final : public platform::AssetWriter, public std::enable_sh
     std::lock_guard lock(mutex_);
     inputs_.push_back(std::static_pointer_cast<SimWriterInput>(input));
   }
-  bool startWriting() override;
+  bool startWriting() override {
+    std::lock_guard lock(mutex_);
+    status_ = script_->startWritingSucceeds ? platform::WriterStatus::writing : platform::WriterStatus::failed;
+    return script_->startWritingSucceeds;
+  }
   void startSession(platform::MediaTime sourceTime) override { writeLocked(mutex_, sessionStart_, sourceTime); }
-  void finishWriting(std::function<void()> completion) override;
-  void cancelWriting() override;
+  // Calls `completion` once, on a new thread.
+  void finishWriting(std::function<void()> completion) override {
+    {
+      std::lock_guard lock(mutex_);
+      ++finishCalls_;
+      status_ = script_->finishStatus;
+    }
+    std::thread([completion = std::move(completion)] {
+      if (completion) completion();
+    }).detach();
+  }
+  void cancelWriting() override { writeLocked(mutex_, status_, platform::WriterStatus::cancelled); }
   platform::WriterStatus status() override { return readLocked(mutex_, status_); }
   std::optional<Error> error() override { return readLocked(mutex_, error_); }
 
@@ -128,11 +148,9 @@ class SimAssetWriter final : public platform::AssetWriter, public std::enable_sh
   mutable std::mutex mutex_;
   platform::WriterStatus status_ = platform::WriterStatus::unknown;
   std::optional<Error> error_;
-  std::vector<platform::AudioOutputSettings> asked_;
   std::vector<std::shared_ptr<SimWriterInput>> inputs_;
   std::optional<platform::MediaTime> sessionStart_;
   int finishCalls_ = 0;
-  bool cancelled_ = false;
   bool released_ = false;
 };
 
