@@ -55,27 +55,22 @@ TEST_F(RecorderTest, FirstMicSampleAnchorsZeroAndSystemSitsAtItsHostDistance) {
 
 TEST_F(RecorderTest, SetupFailuresCarryTheirTexts) {
   const struct {
-    std::function<void(SimPlatform&)> arrange;
-    bool system, mic;
+    bool noMic, rejectInputs, startFails, createFails, system;
     int64_t code;
     const char* text;
-  } cases[] = {
-      {[](SimPlatform& s) { s.micSim.setDefaultDevice(std::nullopt); }, false, true, -2, "no mic device"},
-      {[](SimPlatform& s) { s.writerSim.script().canAddInputs = false; }, false, true, -6, "writer rejected mic input"},
-      {[](SimPlatform& s) { s.writerSim.script().canAddInputs = false; }, true, false, -5,
-       "writer rejected system input"},
-      {[](SimPlatform& s) { s.writerSim.script().startWritingSucceeds = false; }, false, true, -11,
-       "startWriting failed"},
-      {[](SimPlatform& s) {
-         s.writerSim.script().createError = Error{platform::kPOSIXErrorDomain, 2, "nope"};
-       },
-       false, true, 2, "nope"},
-  };
+  } cases[] = {{true, false, false, false, false, -2, "no mic device"},
+               {false, true, false, false, false, -6, "writer rejected mic input"},
+               {false, true, false, false, true, -5, "writer rejected system input"},
+               {false, false, true, false, false, -11, "startWriting failed"},
+               {false, false, false, true, false, 2, "nope"}};
   for (const auto& c : cases) {
     SimPlatform fresh;
     addDevices(fresh);
-    c.arrange(fresh);
-    Recorder r(fresh, path, c.system, c.mic, std::nullopt, nullptr);
+    if (c.noMic) fresh.micSim.setDefaultDevice(std::nullopt);
+    fresh.writerSim.script().canAddInputs = !c.rejectInputs;
+    fresh.writerSim.script().startWritingSucceeds = !c.startFails;
+    if (c.createFails) fresh.writerSim.script().createError = Error{platform::kPOSIXErrorDomain, 2, "nope"};
+    Recorder r(fresh, path, c.system, !c.system, std::nullopt, nullptr);
     try {
       r.setup();
       ADD_FAILURE() << c.text << ": no throw";
