@@ -1,7 +1,6 @@
 // The armed launch's watch on the bound input, and discarding an unused
 // recording.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
