@@ -45,7 +45,7 @@ TEST(AACWriterInput, BuildsRealTimeInputsAndFlagsClamping) {
     bool clamped;
   } cases[] = {{45000, 2, 44100, 2, true}, {48000, 6, 48000, 2, true}, {44100, 2, 44100, 2, false}};
   for (const auto& c : cases) {
-    sim::SimAssetWriter writer("x", platform::MediaTime{}, std::make_shared<sim::SimWriterScript>());
+    sim::SimAssetWriter writer(std::make_shared<sim::SimWriterScript>());
     AACWriterInput r = makeAACWriterInput(writer, c.rate, c.channels, 128000, "sys", true);
     EXPECT_EQ(std::tuple(r.rate, r.channels, r.clamped), std::tuple(c.wantRate, c.wantChannels, c.clamped)) << c.rate;
     auto input = std::static_pointer_cast<sim::SimWriterInput>(r.input);
@@ -58,7 +58,7 @@ TEST(AACWriterInput, StepsDownPastRefusalsWithOneLinePerStepAndThrowsMinusSevenW
   LogCapture logs;
   auto script = std::make_shared<sim::SimWriterScript>();
   script->accepts = [](const platform::AudioOutputSettings& s) { return s.sampleRate <= 32000; };
-  sim::SimAssetWriter writer("x", platform::MediaTime{}, script);
+  sim::SimAssetWriter writer(script);
   EXPECT_EQ(makeAACWriterInput(writer, 96000, 2, 128000, "sys", true).rate, 32000);
   EXPECT_EQ(logs.lines(),
             (std::vector<std::string>{"sys aac: encoder rejected sr=48000.0 ch=2 — stepping down",

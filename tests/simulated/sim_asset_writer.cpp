@@ -2,8 +2,6 @@
 
 namespace ac::sim {
 
-using platform::WriterStatus;
-
 bool SimWriterInput::append(const platform::SampleBuffer& sample) {
   std::optional<Error> failure;
   {
@@ -20,34 +18,6 @@ bool SimWriterInput::append(const platform::SampleBuffer& sample) {
   return false;
 }
 
-namespace {
-
-// What the code under test owns: forwards to a writer the factory keeps, so
-// tests can still inspect it after the owner let go.
-class OwnedWriter final : public platform::AssetWriter {
- public:
-  explicit OwnedWriter(std::shared_ptr<SimAssetWriter> w) : w_(std::move(w)) {}
-  ~OwnedWriter() override { w_->markReleased(); }
-  bool canApplyOutputSettings(const platform::AudioOutputSettings& s) override { return w_->canApplyOutputSettings(s); }
-  std::shared_ptr<platform::WriterInput> makeInput(const platform::AudioOutputSettings& s,
-                                                   const std::string& name) override {
-    return w_->makeInput(s, name);
-  }
-  bool canAddInput(const std::shared_ptr<platform::WriterInput>& i) override { return w_->canAddInput(i); }
-  void addInput(const std::shared_ptr<platform::WriterInput>& i) override { w_->addInput(i); }
-  bool startWriting() override { return w_->startWriting(); }
-  void startSession(platform::MediaTime t) override { w_->startSession(t); }
-  void finishWriting(std::function<void()> c) override { w_->finishWriting(std::move(c)); }
-  void cancelWriting() override { w_->cancelWriting(); }
-  WriterStatus status() override { return w_->status(); }
-  std::optional<Error> error() override { return w_->error(); }
-
- private:
-  std::shared_ptr<SimAssetWriter> w_;
-};
-
-}  // namespace
-
 std::unique_ptr<platform::AssetWriter> SimWriterFactory::makeMPEG4Writer(const std::string& path,
                                                                          platform::MediaTime fragmentInterval,
                                                                          Error& error) {
@@ -55,12 +25,12 @@ std::unique_ptr<platform::AssetWriter> SimWriterFactory::makeMPEG4Writer(const s
     error = *script_->createError;
     return nullptr;
   }
-  auto writer = std::make_shared<SimAssetWriter>(path, fragmentInterval, script_);
+  auto record = std::make_shared<SimWriterRecord>(path, fragmentInterval);
   {
     std::lock_guard lock(mutex_);
-    writers_.push_back(writer);
+    writers_.push_back(record);
   }
-  return std::make_unique<OwnedWriter>(writer);
+  return std::make_unique<SimAssetWriter>(script_, record);
 }
 
 }  // namespace ac::sim

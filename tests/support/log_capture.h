@@ -28,7 +28,8 @@ class LogCapture {
   std::vector<std::string> lines() const {
     std::string all;
     char buf[4096];
-    for (ssize_t n, at = 0; (n = ::pread(::fileno(file_), buf, sizeof buf, at)) > 0; at += n) all.append(buf, size_t(n));
+    const int fd = ::fileno(file_);
+    for (ssize_t n, at = 0; (n = ::pread(fd, buf, sizeof buf, at)) > 0; at += n) all.append(buf, size_t(n));
     std::vector<std::string> out;
     for (size_t start = 0, nl; (nl = all.find('\n', start)) != std::string::npos; start = nl + 1) {
       const std::string line = all.substr(start, nl - start);
