@@ -53,16 +53,10 @@ OSStatus SimAudioHardware::createAggregateDevice(const nlohmann::json& descripti
   return answer("AudioHardwareCreateAggregateDevice", [&]() -> OSStatus {
     const SimDevice* master = nullptr;
     const Tap* tap = nullptr;
-    try {
-      const std::string masterUID = description.at("master");
-      for (const auto& [id, d] : devices_)
-        if (d.uid == masterUID && !d.aggregate) master = &d;
-      const std::string tapUID = description.at("taps").at(0).at("uid");
-      for (const auto& [id, t] : taps_)
-        if (t.uid == tapUID) tap = &t;
-    } catch (const nlohmann::json::exception&) {
-      return kIllegalOperationErr;
-    }
+    for (const auto& [id, d] : devices_)
+      if (d.uid == description.at("master") && !d.aggregate) master = &d;
+    for (const auto& [id, t] : taps_)
+      if (t.uid == description.at("taps").at(0).at("uid")) tap = &t;
     if (!master || !tap) return kBadDeviceErr;
     // The master's input streams, then the tap's: one buffer when
     // interleaved, one mono buffer per channel otherwise.

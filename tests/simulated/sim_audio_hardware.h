@@ -52,7 +52,6 @@ using platform::Scope;
 // Statuses the simulated hardware answers with, as the platform spells them.
 inline constexpr OSStatus kBadObjectErr = OSStatus(platform::fourCC("!obj"));
 inline constexpr OSStatus kBadDeviceErr = OSStatus(platform::fourCC("!dev"));
-inline constexpr OSStatus kIllegalOperationErr = OSStatus(platform::fourCC("nope"));
 
 // One IOProc. Tests decide whether a stopped or destroyed proc still gets
 // called; its state changes under the hardware's lock.
@@ -214,7 +213,6 @@ class SimAudioHardware final : public platform::AudioHardware {
   OSStatus createIOProc(AudioObjectID device, const std::string&, platform::IOBlock block,
                         platform::IOProcID& out) override {
     return answer("AudioDeviceCreateIOProcIDWithBlock", [&] {
-      if (!devices_.count(device)) return kBadDeviceErr;
       procs_.push_back(std::make_shared<SimIOProc>(SimIOProc{nextID_++, device, std::move(block)}));
       out = procs_.back()->id;
       return 0;
@@ -233,22 +231,14 @@ class SimAudioHardware final : public platform::AudioHardware {
   OSStatus addPropertyListener(AudioObjectID object, platform::ListenedProperty property, ::ac::SerialQueue& queue,
                                platform::ListenerBlock block, platform::ListenerID& out) override {
     return answer("AudioObjectAddPropertyListenerBlock", [&] {
-      if (object != platform::kAudioObjectSystemObject && !taps_.count(object) && !devices_.count(object))
-        return kBadObjectErr;
       out = nextID_++;
       listeners_[out] = Listener{object, property, &queue, std::move(block)};
       return 0;
     });
   }
-  OSStatus removePropertyListener(AudioObjectID object, platform::ListenedProperty property,
-                                  platform::ListenerID listener) override {
-    return answer("AudioObjectRemovePropertyListenerBlock", [&] {
-      auto it = listeners_.find(listener);
-      if (it == listeners_.end() || it->second.object != object || it->second.property != property)
-        return kBadObjectErr;
-      listeners_.erase(it);
-      return 0;
-    });
+  OSStatus removePropertyListener(AudioObjectID, platform::ListenedProperty, platform::ListenerID listener) override {
+    return answer("AudioObjectRemovePropertyListenerBlock",
+                  [&] { return listeners_.erase(listener) ? 0 : kBadObjectErr; });
   }
   // Host time stands still at zero, one tick a nanosecond.
   uint64_t hostTimeNow() override { return 0; }

@@ -1,6 +1,6 @@
 // A scriptable microphone seam for tests.
 //
-// Devices are added with a unique id and a name; a device can be
+// Devices are added with a unique id and a name, all 48 kHz mono float32; a device can be
 // disconnected (it then vanishes from lookups, and the disconnect
 // notification can be posted) and reconnected. The default device is
 // whatever the test last set, answered only while it is connected.
@@ -37,18 +37,16 @@ platform::SampleBuffer micSampleBuffer(int64_t ptsNanos, int64_t frames = 480, f
 
 class SimCaptureDevice final : public platform::CaptureDevice {
  public:
-  SimCaptureDevice(std::string uid, std::string name, std::optional<platform::AudioFormatDescription> format)
-      : uid_(std::move(uid)), name_(std::move(name)), format_(std::move(format)) {}
+  SimCaptureDevice(std::string uid, std::string name) : uid_(std::move(uid)), name_(std::move(name)) {}
   std::string uniqueID() const override { return uid_; }
   std::string localizedName() const override { return name_; }
   bool isConnected() const override { return readLocked(mutex_, connected_); }
-  std::optional<platform::AudioFormatDescription> activeFormat() const override { return format_; }
+  std::optional<platform::AudioFormatDescription> activeFormat() const override { return micFloatFormat(); }
   void setConnected(bool connected) { writeLocked(mutex_, connected_, connected); }
 
  private:
   const std::string uid_;
   const std::string name_;
-  const std::optional<platform::AudioFormatDescription> format_;
   mutable std::mutex mutex_;
   bool connected_ = true;
 };
@@ -128,7 +126,7 @@ class SimMicCapture final : public platform::MicCapture {
  public:
   // --- scripting ---
   std::shared_ptr<SimCaptureDevice> addDevice(const std::string& uid, const std::string& name) {
-    auto device = std::make_shared<SimCaptureDevice>(uid, name, micFloatFormat());
+    auto device = std::make_shared<SimCaptureDevice>(uid, name);
     std::lock_guard lock(mutex_);
     return devices_[uid] = device;
   }
