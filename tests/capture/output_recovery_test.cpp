@@ -52,6 +52,8 @@ TEST_F(RecoveryTest, OneRetryAfterHalfASecondWithAFreshOutput) {
   EXPECT_TRUE(logs.has("rebuild: createAggregate failed: AudioHardwareCreateAggregateDevice failed"));
   EXPECT_TRUE(logs.has("aggregate rebuild attempt 1 failed \u2014 retrying in 500ms"));
   EXPECT_TRUE(logs.has("aggregate rebuilt successfully on retry (output=usb)"));
+  EXPECT_TRUE(logs.has("sys topology: reason=rebuild sr=48000.0\u219248000.0 ch=2 bpf=8 changed=false aggBufs=3 "
+                       "aggCh=[2,2,2] subBufs=2 tapBuf=2 tapBufCount=1 select=probe"));
   EXPECT_EQ(rig.hw.aggregateDescriptions().size(), 3u);  // set-up, failed, retry; the second event is a no-op
   EXPECT_EQ(lastMaster(), "usb");
   EXPECT_EQ(rig.postedCount(), 0u);

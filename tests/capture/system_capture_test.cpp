@@ -19,6 +19,8 @@ TEST(SystemCapture, RecordsTheTapBehindAHeadsetInputEndToEnd) {
   rig.hw.setDefaultOutput(rig.headset);
   rig.run();
   ASSERT_EQ(rig.hw.liveAggregates().size(), 1u);
+  EXPECT_TRUE(logs.has("aggregate created id=" + std::to_string(rig.hw.liveAggregates()[0])));
+  EXPECT_TRUE(logs.has("default-output listener installed") && logs.has("tap-format listener installed"));
   EXPECT_TRUE(logs.has("sys topology: reason=setup sr=48000.0\u219248000.0 ch=2 bpf=8 changed=false aggBufs=2 "
                        "aggCh=[1,2] subBufs=1 tapBuf=1 tapBufCount=1 select=probe"));
 

@@ -20,11 +20,12 @@ TEST_F(RecorderTest, MicOnlyRecordingHasOneTrackAndSkipsTheSystemTeardown) {
   EXPECT_TRUE(p.micSim.lastOutput()->audioSettings().isFloat);
   EXPECT_TRUE(p.micSim.lastSession()->isRunning());
   EXPECT_EQ(p.hw.latestIOProc(), nullptr);
+  EXPECT_TRUE(logs.has("mic device format: sr=48000.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=0/0"));
 
   mic(1'000'000'000);
   EXPECT_EQ(stopAndWait(), 1);
   EXPECT_TRUE(track(0)->finished());
-  EXPECT_TRUE(logs.has("teardown: mic session stopped"));
+  EXPECT_TRUE(logs.has("teardown: stopping mic session") && logs.has("teardown: mic session stopped"));
   EXPECT_FALSE(logs.has("teardown: stopping sys device"));
   EXPECT_TRUE(logs.has("finalize-ok call.m4a" + pidSuffix()));
 
@@ -43,6 +44,7 @@ TEST_F(RecorderTest, FirstMicSampleAnchorsZeroAndSystemSitsAtItsHostDistance) {
   EXPECT_EQ(track(0)->name, "System audio");  // system first
   EXPECT_EQ(track(0)->settings(), (platform::AudioOutputSettings{platform::kAudioFormatMPEG4AAC, 48000, 2, 128000}));
   EXPECT_EQ(track(1)->name, "Microphone");
+  EXPECT_TRUE(logs.has("sys aac: source sr=48000.0 ch=2 → encode sr=48000.0 ch=2 (native)"));
   mic(1'000'000'000);
   sys(1'250'000'000);
   waitAttempts(0, 1);
