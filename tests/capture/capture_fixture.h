@@ -2,7 +2,6 @@
 // simulated hardware.
 #pragma once
 
-#include <algorithm>
 #include <functional>
 #include <mutex>
 #include <string>

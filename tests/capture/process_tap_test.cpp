@@ -12,16 +12,6 @@ namespace {
 
 using platform::AudioObjectID;
 
-TEST(ProcessTap, AsksForAPrivateUnmutedGlobalStereoTap) {
-  sim::SimAudioHardware hw;
-  ProcessTap tap = createProcessTap(hw);
-  EXPECT_EQ(tap.uid, "sim-tap-" + std::to_string(tap.tapID));
-  EXPECT_EQ(tap.format.sampleRate, 48000);
-  auto d = hw.lastTapDescription();
-  ASSERT_TRUE(d);
-  EXPECT_TRUE(d->stereoGlobal && d->isPrivate && !d->muted && d->excludedProcesses.empty());
-}
-
 TEST(ProcessTap, EveryFailureLeavesNoTapBehind) {
   struct Case {
     const char* call;
@@ -50,10 +40,15 @@ TEST(ProcessTap, EveryFailureLeavesNoTapBehind) {
   }
 }
 
-TEST(Aggregate, DescriptionHasExactlyTheSevenKeys) {
+TEST(ProcessTap, APrivateUnmutedGlobalStereoTapInAnAggregateOfExactlySevenKeys) {
   sim::SimAudioHardware hw;
   hw.addDevice({"spk", "Speakers", 0, 1, {}});
   ProcessTap tap = createProcessTap(hw);
+  EXPECT_EQ(tap.uid, "sim-tap-" + std::to_string(tap.tapID));
+  EXPECT_EQ(tap.format.sampleRate, 48000);
+  auto t = hw.lastTapDescription();
+  ASSERT_TRUE(t);
+  EXPECT_TRUE(t->stereoGlobal && t->isPrivate && !t->muted && t->excludedProcesses.empty());
   AudioObjectID agg = createAggregate(hw, tap.uid, "spk");
   EXPECT_NE(agg, 0u);
   createAggregate(hw, tap.uid, "spk");

@@ -1,7 +1,6 @@
 // The armed launch's watch on the bound input, and discarding an unused
 // recording.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -31,7 +30,7 @@ class ArmedWatchTest : public RecorderTest {
 
 using platform::ListenedProperty;
 
-TEST_F(ArmedWatchTest, FollowingTheDefaultAnyDefaultChangeReleases) {
+TEST_F(ArmedWatchTest, FollowingTheDefaultAnyDefaultChangeReleasesEvenOneBeforeTheWatch) {
   make(false, true).setup();
   ASSERT_TRUE(rec->installArmedInputWatch(recordReasons()));
   EXPECT_TRUE(logs.has("armed: default-input listener installed"));
@@ -39,11 +38,18 @@ TEST_F(ArmedWatchTest, FollowingTheDefaultAnyDefaultChangeReleases) {
   p.hw.setDefaultInput(p.hw.addDevice({"other", std::string("Other"), 0, 0, {1}}));
   ASSERT_TRUE(p.hw.waitForListeners());
   EXPECT_EQ(reasons(), (std::vector<std::string>{"input-device-changed"}));
-
   rec->removeArmedInputWatch();
   rec->removeArmedInputWatch();  // safe twice
   EXPECT_EQ(p.hw.listenerCount(ListenedProperty::defaultInputDevice), 0u);
   EXPECT_EQ(p.micSim.observerCount(), 0u);
+
+  rec->discardArmed();
+  make(false, true).setup();
+  p.micSim.addDevice("usb", "USB Mic");
+  p.micSim.setDefaultDevice("usb");
+  ASSERT_TRUE(rec->installArmedInputWatch(recordReasons()));
+  EXPECT_TRUE(logs.has("armed: bound input Built-in Mic invalid after setup (input-device-changed)"));
+  EXPECT_EQ(reasons(), (std::vector<std::string>{"input-device-changed", "input-device-changed"}));
 }
 
 TEST_F(ArmedWatchTest, PinnedWatchesOnlyItsOwnDevice) {
@@ -58,15 +64,6 @@ TEST_F(ArmedWatchTest, PinnedWatchesOnlyItsOwnDevice) {
   p.micSim.disconnect("pinned");
   EXPECT_EQ(reasons(), (std::vector<std::string>{"device-disconnected"}));
   EXPECT_EQ(rec->armedDeviceStaleReason(), "device-disconnected");
-}
-
-TEST_F(ArmedWatchTest, ADeviceThatWentStaleBeforeTheWatchReleasesAtOnce) {
-  make(false, true).setup();
-  p.micSim.addDevice("usb", "USB Mic");
-  p.micSim.setDefaultDevice("usb");
-  ASSERT_TRUE(rec->installArmedInputWatch(recordReasons()));
-  EXPECT_TRUE(logs.has("armed: bound input Built-in Mic invalid after setup (input-device-changed)"));
-  EXPECT_EQ(reasons(), (std::vector<std::string>{"input-device-changed"}));
 }
 
 TEST_F(ArmedWatchTest, AListenerThatCannotBeInstalledRefusesToArmBlind) {

@@ -56,17 +56,7 @@ TEST_F(LevelFileTest, HoldsThePeakAndPublishesAtMostEveryInterval) {
   EXPECT_EQ(st.st_mode & 0777, 0600u);
 }
 
-TEST_F(LevelFileTest, TruncatesAnExistingFile) {
-  const fs::path p = dir / "old";
-  std::ofstream(p) << std::string(100, 'x');
-  auto file = MicLevelFile::open(p.string(), 0.05);
-  ASSERT_TRUE(file);
-  EXPECT_EQ(fs::file_size(p), 0u);
-  file->offer(0.25f, 1);
-  EXPECT_EQ(contents(p), rec("0.250000"));
-}
-
-TEST_F(LevelFileTest, RefusesWhatIsNotAPlainFileAndNeverBlocksOnAFifo) {
+TEST_F(LevelFileTest, OpensOnlyAPlainFileTruncatingItAndNeverBlocksOnAFifo) {
   const fs::path fifo = dir / "fifo", target = dir / "target", link = dir / "link", sub = dir / "sub";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   std::ofstream(target) << "keep";
@@ -75,6 +65,8 @@ TEST_F(LevelFileTest, RefusesWhatIsNotAPlainFileAndNeverBlocksOnAFifo) {
   for (const fs::path& p : {dir / "missing" / "level", fifo, link, sub})
     EXPECT_FALSE(MicLevelFile::open(p.string(), 0.05)) << p;
   EXPECT_EQ(contents(target), "keep");
+  ASSERT_TRUE(MicLevelFile::open(target.string(), 0.05));
+  EXPECT_EQ(fs::file_size(target), 0u);
 }
 
 }  // namespace

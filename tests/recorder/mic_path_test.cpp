@@ -9,16 +9,21 @@
 namespace ac::test {
 namespace {
 
-TEST_F(RecorderTest, TheTenthMicFailureNotifiesOnceAndTheFirstLogsTheWriterError) {
+TEST_F(RecorderTest, TheTenthMicFailureNotifiesOnceForTheWholeRecordingAndTheFirstLogsTheWriterError) {
+  p.writerSim.script().finishStatus = platform::WriterStatus::failed;
   started(false, true);
   track(0)->failNextAppends(11, Error{platform::kPOSIXErrorDomain, 5, "Input/output error"});
   for (int i = 1; i <= 11; ++i) {
     mic(1'000'000'000 + i * 10'000'000);
     EXPECT_EQ(notices().size(), i < 10 ? 0u : 1u) << "after failure " << i;
   }
-  EXPECT_EQ(notices()[0].title, "Audio write failed (Input/output error)");
   EXPECT_EQ(logs.count("mic writer error: Error Domain=NSPOSIXErrorDomain Code=5 \"Input/output error\""), 1u);
   EXPECT_EQ(logs.count("mic append failed: Input/output error"), 11u);
+  EXPECT_EQ(stopAndWait(), 1);  // a failed finalize after them adds no notice
+  EXPECT_TRUE(logs.has("writer failed: status=3 Input/output error"));
+  EXPECT_TRUE(logs.has("finalize-failed call.m4a" + pidSuffix()));
+  EXPECT_EQ(notices(), (std::vector<Notice>{{"Audio write failed (Input/output error)", diskFullAdvice, "Basso"}}));
+  EXPECT_EQ(logs.count("user notify: Audio write failed (Input/output error). " + std::string(diskFullAdvice)), 1u);
 }
 
 TEST_F(RecorderTest, SystemAppendFailuresLogEachAndNotifyAtTheTenth) {

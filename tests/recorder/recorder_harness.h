@@ -92,7 +92,7 @@ class RecorderTest : public ::testing::Test {
     std::lock_guard<std::mutex> lock(noticesMutex_);
     return notices_;
   }
-  std::shared_ptr<sim::SimAssetWriter> writer() { return p.writerSim.lastWriter(); }
+  std::shared_ptr<sim::SimWriterRecord> writer() { return p.writerSim.lastWriter(); }
   std::shared_ptr<sim::SimWriterInput> track(size_t i) { return writer()->inputs().at(i); }
   // Feeds one mic buffer through the capture output and waits for its handling.
   void mic(int64_t ptsNanos, float value = 0.25f,

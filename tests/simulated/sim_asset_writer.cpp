@@ -1,17 +1,6 @@
 #include "sim_asset_writer.h"
 
-#include <thread>
-
 namespace ac::sim {
-
-using platform::WriterStatus;
-
-std::vector<platform::MediaTime> SimWriterInput::appendedPTS() const {
-  std::lock_guard lock(mutex_);
-  std::vector<platform::MediaTime> out;
-  for (const auto& sb : appended_) out.push_back(sb.presentationTime());
-  return out;
-}
 
 bool SimWriterInput::append(const platform::SampleBuffer& sample) {
   std::optional<Error> failure;
@@ -29,65 +18,6 @@ bool SimWriterInput::append(const platform::SampleBuffer& sample) {
   return false;
 }
 
-bool SimAssetWriter::canApplyOutputSettings(const platform::AudioOutputSettings& settings) {
-  {
-    std::lock_guard lock(mutex_);
-    asked_.push_back(settings);
-  }
-  return !script_->accepts || script_->accepts(settings);
-}
-
-bool SimAssetWriter::startWriting() {
-  std::lock_guard lock(mutex_);
-  status_ = script_->startWritingSucceeds ? WriterStatus::writing : WriterStatus::failed;
-  return status_ == WriterStatus::writing;
-}
-
-void SimAssetWriter::finishWriting(std::function<void()> completion) {
-  {
-    std::lock_guard lock(mutex_);
-    ++finishCalls_;
-    status_ = script_->finishStatus;
-  }
-  std::thread([completion = std::move(completion)] {
-    if (completion) completion();
-  }).detach();
-}
-
-void SimAssetWriter::cancelWriting() {
-  std::lock_guard lock(mutex_);
-  cancelled_ = true;
-  status_ = WriterStatus::cancelled;
-}
-
-namespace {
-
-// What the code under test owns: forwards to a writer the factory keeps, so
-// tests can still inspect it after the owner let go.
-class OwnedWriter final : public platform::AssetWriter {
- public:
-  explicit OwnedWriter(std::shared_ptr<SimAssetWriter> w) : w_(std::move(w)) {}
-  ~OwnedWriter() override { w_->markReleased(); }
-  bool canApplyOutputSettings(const platform::AudioOutputSettings& s) override { return w_->canApplyOutputSettings(s); }
-  std::shared_ptr<platform::WriterInput> makeInput(const platform::AudioOutputSettings& s,
-                                                   const std::string& name) override {
-    return w_->makeInput(s, name);
-  }
-  bool canAddInput(const std::shared_ptr<platform::WriterInput>& i) override { return w_->canAddInput(i); }
-  void addInput(const std::shared_ptr<platform::WriterInput>& i) override { w_->addInput(i); }
-  bool startWriting() override { return w_->startWriting(); }
-  void startSession(platform::MediaTime t) override { w_->startSession(t); }
-  void finishWriting(std::function<void()> c) override { w_->finishWriting(std::move(c)); }
-  void cancelWriting() override { w_->cancelWriting(); }
-  WriterStatus status() override { return w_->status(); }
-  std::optional<Error> error() override { return w_->error(); }
-
- private:
-  std::shared_ptr<SimAssetWriter> w_;
-};
-
-}  // namespace
-
 std::unique_ptr<platform::AssetWriter> SimWriterFactory::makeMPEG4Writer(const std::string& path,
                                                                          platform::MediaTime fragmentInterval,
                                                                          Error& error) {
@@ -95,12 +25,12 @@ std::unique_ptr<platform::AssetWriter> SimWriterFactory::makeMPEG4Writer(const s
     error = *script_->createError;
     return nullptr;
   }
-  auto writer = std::make_shared<SimAssetWriter>(path, fragmentInterval, script_);
+  auto record = std::make_shared<SimWriterRecord>(path, fragmentInterval);
   {
     std::lock_guard lock(mutex_);
-    writers_.push_back(writer);
+    writers_.push_back(record);
   }
-  return std::make_unique<OwnedWriter>(writer);
+  return std::make_unique<SimAssetWriter>(script_, record);
 }
 
 }  // namespace ac::sim

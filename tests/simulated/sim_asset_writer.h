@@ -8,9 +8,10 @@
 // create the writer at all. Per input: readiness, and the next N appends
 // failing with a given writer error.
 //
-// The writers stay inspectable after the code under test dropped them: the
-// factory keeps each one (released() tells whether its owner let it go).
-// finishWriting calls its completion once, on a new thread. Thread-safe.
+// What a writer did stays inspectable after the code under test dropped it:
+// the factory keeps each writer's SimWriterRecord (released() tells whether
+// its owner let the writer go). finishWriting calls its completion once, on
+// a new thread. Thread-safe.
 #pragma once
 
 #include <functional>
@@ -18,6 +19,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/asset_writer.h"
@@ -33,11 +35,11 @@ struct SimWriterScript {
   std::optional<Error> createError;  // makeMPEG4Writer fails with it
 };
 
-class SimAssetWriter;
+class SimWriterRecord;
 
 class SimWriterInput final : public platform::WriterInput {
  public:
-  SimWriterInput(platform::AudioOutputSettings settings, std::weak_ptr<SimAssetWriter> writer)
+  SimWriterInput(platform::AudioOutputSettings settings, std::weak_ptr<SimWriterRecord> writer)
       : settings_(settings), writer_(std::move(writer)) {}
   std::string name;  // as the recorder named the track; set once, before use
 
@@ -52,7 +54,11 @@ class SimWriterInput final : public platform::WriterInput {
 
   // --- records ---
   std::vector<platform::SampleBuffer> appended() const { return readLocked(mutex_, appended_); }
-  std::vector<platform::MediaTime> appendedPTS() const;
+  std::vector<platform::MediaTime> appendedPTS() const {
+    std::vector<platform::MediaTime> out;
+    for (const auto& sb : appended()) out.push_back(sb.presentationTime());
+    return out;
+  }
   int appendAttempts() const { return readLocked(mutex_, attempts_); }
   bool expectsRealTime() const { return readLocked(mutex_, realTime_); }
   bool finished() const { return readLocked(mutex_, finished_); }
@@ -69,7 +75,7 @@ class SimWriterInput final : public platform::WriterInput {
 
  private:
   const platform::AudioOutputSettings settings_;
-  const std::weak_ptr<SimAssetWriter> writer_;
+  const std::weak_ptr<SimWriterRecord> writer_;
   mutable std::mutex mutex_;
   bool ready_ = true;
   bool realTime_ = false;
@@ -80,68 +86,88 @@ class SimWriterInput final : public platform::WriterInput {
   std::vector<platform::SampleBuffer> appended_;
 };
 
-class SimAssetWriter final : public platform::AssetWriter, public std::enable_shared_from_this<SimAssetWriter> {
+// What one writer was asked and did.
+class SimWriterRecord {
  public:
-  SimAssetWriter(std::string path, platform::MediaTime fragmentInterval, std::shared_ptr<SimWriterScript> script)
-      : path_(std::move(path)), fragmentInterval_(fragmentInterval), script_(std::move(script)) {}
-
-  void setError(std::optional<Error> error) { writeLocked(mutex_, error_, std::move(error)); }
-  void markReleased() { writeLocked(mutex_, released_, true); }
-
-  // --- records ---
+  SimWriterRecord(std::string path, platform::MediaTime fragmentInterval)
+      : path_(std::move(path)), fragmentInterval_(fragmentInterval) {}
   const std::string& path() const { return path_; }
   platform::MediaTime fragmentInterval() const { return fragmentInterval_; }
-  std::vector<platform::AudioOutputSettings> settingsAsked() const { return readLocked(mutex_, asked_); }
   std::vector<std::shared_ptr<SimWriterInput>> inputs() const { return readLocked(mutex_, inputs_); }  // in order
   std::optional<platform::MediaTime> sessionStart() const { return readLocked(mutex_, sessionStart_); }
   int finishCalls() const { return readLocked(mutex_, finishCalls_); }
-  bool cancelled() const { return readLocked(mutex_, cancelled_); }
+  bool cancelled() const { return readLocked(mutex_, status_) == platform::WriterStatus::cancelled; }
   bool released() const { return readLocked(mutex_, released_); }
+  void setError(std::optional<Error> error) { writeLocked(mutex_, error_, std::move(error)); }
 
-  // --- platform::AssetWriter ---
-  bool canApplyOutputSettings(const platform::AudioOutputSettings& settings) override;
+ private:
+  friend class SimAssetWriter;
+  const std::string path_;
+  const platform::MediaTime fragmentInterval_;
+  mutable std::mutex mutex_;
+  platform::WriterStatus status_ = platform::WriterStatus::unknown;
+  std::optional<Error> error_;
+  std::vector<std::shared_ptr<SimWriterInput>> inputs_;
+  std::optional<platform::MediaTime> sessionStart_;
+  int finishCalls_ = 0;
+  bool released_ = false;
+};
+
+class SimAssetWriter final : public platform::AssetWriter {
+ public:
+  explicit SimAssetWriter(std::shared_ptr<SimWriterScript> script,
+                          std::shared_ptr<SimWriterRecord> record =
+                              std::make_shared<SimWriterRecord>("", platform::MediaTime{}))
+      : script_(std::move(script)), r_(std::move(record)) {}
+  ~SimAssetWriter() override { writeLocked(r_->mutex_, r_->released_, true); }
+
+  bool canApplyOutputSettings(const platform::AudioOutputSettings& settings) override {
+    return !script_->accepts || script_->accepts(settings);
+  }
   std::shared_ptr<platform::WriterInput> makeInput(const platform::AudioOutputSettings& settings,
                                                    const std::string& name) override {
-    auto input = std::make_shared<SimWriterInput>(settings, weak_from_this());
+    auto input = std::make_shared<SimWriterInput>(settings, r_);
     input->name = name;
     return input;
   }
   bool canAddInput(const std::shared_ptr<platform::WriterInput>&) override {
-    std::lock_guard lock(mutex_);
-    return script_->canAddInputs && status_ == platform::WriterStatus::unknown;
+    return script_->canAddInputs && status() == platform::WriterStatus::unknown;
   }
   void addInput(const std::shared_ptr<platform::WriterInput>& input) override {
-    std::lock_guard lock(mutex_);
-    inputs_.push_back(std::static_pointer_cast<SimWriterInput>(input));
+    std::lock_guard lock(r_->mutex_);
+    r_->inputs_.push_back(std::static_pointer_cast<SimWriterInput>(input));
   }
-  bool startWriting() override;
-  void startSession(platform::MediaTime sourceTime) override { writeLocked(mutex_, sessionStart_, sourceTime); }
-  void finishWriting(std::function<void()> completion) override;
-  void cancelWriting() override;
-  platform::WriterStatus status() override { return readLocked(mutex_, status_); }
-  std::optional<Error> error() override { return readLocked(mutex_, error_); }
+  bool startWriting() override {
+    const bool ok = script_->startWritingSucceeds;
+    writeLocked(r_->mutex_, r_->status_, ok ? platform::WriterStatus::writing : platform::WriterStatus::failed);
+    return ok;
+  }
+  void startSession(platform::MediaTime sourceTime) override { writeLocked(r_->mutex_, r_->sessionStart_, sourceTime); }
+  void finishWriting(std::function<void()> completion) override {
+    {
+      std::lock_guard lock(r_->mutex_);
+      ++r_->finishCalls_;
+      r_->status_ = script_->finishStatus;
+    }
+    std::thread([completion = std::move(completion)] {
+      if (completion) completion();
+    }).detach();
+  }
+  void cancelWriting() override { writeLocked(r_->mutex_, r_->status_, platform::WriterStatus::cancelled); }
+  platform::WriterStatus status() override { return readLocked(r_->mutex_, r_->status_); }
+  std::optional<Error> error() override { return readLocked(r_->mutex_, r_->error_); }
 
  private:
-  const std::string path_;
-  const platform::MediaTime fragmentInterval_;
   const std::shared_ptr<SimWriterScript> script_;
-  mutable std::mutex mutex_;
-  platform::WriterStatus status_ = platform::WriterStatus::unknown;
-  std::optional<Error> error_;
-  std::vector<platform::AudioOutputSettings> asked_;
-  std::vector<std::shared_ptr<SimWriterInput>> inputs_;
-  std::optional<platform::MediaTime> sessionStart_;
-  int finishCalls_ = 0;
-  bool cancelled_ = false;
-  bool released_ = false;
+  const std::shared_ptr<SimWriterRecord> r_;
 };
 
 class SimWriterFactory final : public platform::WriterFactory {
  public:
   SimWriterFactory() : script_(std::make_shared<SimWriterScript>()) {}
   SimWriterScript& script() { return *script_; }
-  // The newest writer made so far, or null.
-  std::shared_ptr<SimAssetWriter> lastWriter() const {
+  // What the newest writer made so far did, or null.
+  std::shared_ptr<SimWriterRecord> lastWriter() const {
     std::lock_guard lock(mutex_);
     return writers_.empty() ? nullptr : writers_.back();
   }
@@ -152,7 +178,7 @@ class SimWriterFactory final : public platform::WriterFactory {
  private:
   std::shared_ptr<SimWriterScript> script_;
   mutable std::mutex mutex_;
-  std::vector<std::shared_ptr<SimAssetWriter>> writers_;
+  std::vector<std::shared_ptr<SimWriterRecord>> writers_;
 };
 
 }  // namespace ac::sim

@@ -1,6 +1,6 @@
 // A scriptable microphone seam for tests.
 //
-// Devices are added with a unique id and a name; a device can be
+// Devices are added with a unique id and a name, all 48 kHz mono float32; a device can be
 // disconnected (it then vanishes from lookups, and the disconnect
 // notification can be posted) and reconnected. The default device is
 // whatever the test last set, answered only while it is connected.
@@ -37,18 +37,16 @@ platform::SampleBuffer micSampleBuffer(int64_t ptsNanos, int64_t frames = 480, f
 
 class SimCaptureDevice final : public platform::CaptureDevice {
  public:
-  SimCaptureDevice(std::string uid, std::string name, std::optional<platform::AudioFormatDescription> format)
-      : uid_(std::move(uid)), name_(std::move(name)), format_(std::move(format)) {}
+  SimCaptureDevice(std::string uid, std::string name) : uid_(std::move(uid)), name_(std::move(name)) {}
   std::string uniqueID() const override { return uid_; }
   std::string localizedName() const override { return name_; }
   bool isConnected() const override { return readLocked(mutex_, connected_); }
-  std::optional<platform::AudioFormatDescription> activeFormat() const override { return format_; }
+  std::optional<platform::AudioFormatDescription> activeFormat() const override { return micFloatFormat(); }
   void setConnected(bool connected) { writeLocked(mutex_, connected_, connected); }
 
  private:
   const std::string uid_;
   const std::string name_;
-  const std::optional<platform::AudioFormatDescription> format_;
   mutable std::mutex mutex_;
   bool connected_ = true;
 };
@@ -68,18 +66,17 @@ class SimAudioDataOutput final : public platform::AudioDataOutput {
     writeLocked(mutex_, settings_, settings);
   }
   platform::CaptureAudioSettings audioSettings() const override { return readLocked(mutex_, settings_); }
-  void setSampleBufferHandler(platform::SampleBufferHandler handler, ::ac::SerialQueue* queue) override;
-
+  void setSampleBufferHandler(platform::SampleBufferHandler handler, ::ac::SerialQueue* queue) override {
+    writeLocked(mutex_, handler_, std::pair{std::move(handler), queue});
+  }
   // Runs the handler with `buffer` on its queue and waits for it; false when
   // no handler is registered.
   bool deliver(const platform::SampleBuffer& buffer);
-  std::string queueLabel() const;
 
  private:
   mutable std::mutex mutex_;
   platform::CaptureAudioSettings settings_{};
-  platform::SampleBufferHandler handler_;
-  ::ac::SerialQueue* queue_ = nullptr;
+  std::pair<platform::SampleBufferHandler, ::ac::SerialQueue*> handler_;
 };
 
 class SimCaptureSession final : public platform::CaptureSession {
@@ -128,27 +125,42 @@ class SimCaptureSession final : public platform::CaptureSession {
 class SimMicCapture final : public platform::MicCapture {
  public:
   // --- scripting ---
-  std::shared_ptr<SimCaptureDevice> addDevice(
-      const std::string& uid, const std::string& name,
-      std::optional<platform::AudioFormatDescription> format = micFloatFormat());
-  std::shared_ptr<SimCaptureDevice> device(const std::string& uid) const;
+  std::shared_ptr<SimCaptureDevice> addDevice(const std::string& uid, const std::string& name) {
+    auto device = std::make_shared<SimCaptureDevice>(uid, name);
+    std::lock_guard lock(mutex_);
+    return devices_[uid] = device;
+  }
+  std::shared_ptr<SimCaptureDevice> device(const std::string& uid) const {
+    std::lock_guard lock(mutex_);
+    auto it = devices_.find(uid);
+    return it == devices_.end() ? nullptr : it->second;
+  }
   void setDefaultDevice(std::optional<std::string> uid) { writeLocked(mutex_, defaultUID_, std::move(uid)); }
   // Marks the device gone; with `notify`, posts the disconnect naming it.
-  void disconnect(const std::string& uid, bool notify = true);
-  void reconnect(const std::string& uid) {
-    if (auto dev = device(uid)) dev->setConnected(true);
+  void disconnect(const std::string& uid, bool notify = true) {
+    device(uid)->setConnected(false);
+    if (notify) postDeviceDisconnected(device(uid));
   }
+  void reconnect(const std::string& uid) { device(uid)->setConnected(true); }
 
   // Posts to every matching observer and (unless told not to) waits until
   // the handlers ran.
-  void postDeviceDisconnected(std::shared_ptr<platform::CaptureDevice> device, bool wait = true);
-  void postRuntimeError(const std::shared_ptr<platform::CaptureSession>& session, std::optional<Error> error);
+  void postDeviceDisconnected(std::shared_ptr<platform::CaptureDevice> device, bool wait = true) {
+    notify([&](const Observer& o) -> std::function<void()> {
+      if (!o.onDisconnect) return nullptr;
+      return [h = o.onDisconnect, device] { h(device); };
+    }, wait);
+  }
+  void postRuntimeError(const std::shared_ptr<platform::CaptureSession>& session, std::optional<Error> error) {
+    notify([&](const Observer& o) -> std::function<void()> {
+      if (!o.onError || o.session != session) return nullptr;
+      return [h = o.onError, error] { h(error); };
+    }, true);
+  }
 
   // --- records ---
   std::shared_ptr<SimCaptureSession> lastSession() const { return readLocked(mutex_, lastSession_); }
   std::shared_ptr<SimAudioDataOutput> lastOutput() const { return readLocked(mutex_, lastOutput_); }
-  // Unique ids of every device an input was requested for, in order.
-  std::vector<std::string> inputRequests() const { return readLocked(mutex_, inputRequests_); }
   size_t observerCount() const {
     std::lock_guard lock(mutex_);
     return observers_.size();
@@ -159,17 +171,39 @@ class SimMicCapture final : public platform::MicCapture {
   void requestAccess(std::function<void(bool granted)> completion) override {
     if (completion) completion(true);
   }
-  std::shared_ptr<platform::CaptureDevice> defaultAudioDevice() override;
-  std::shared_ptr<platform::CaptureDevice> deviceWithUniqueID(const std::string& uid) override;
+  std::shared_ptr<platform::CaptureDevice> defaultAudioDevice() override {
+    std::lock_guard lock(mutex_);
+    return connectedLocked(defaultUID_);
+  }
+  std::shared_ptr<platform::CaptureDevice> deviceWithUniqueID(const std::string& uid) override {
+    std::lock_guard lock(mutex_);
+    return connectedLocked(uid);
+  }
   std::shared_ptr<platform::CaptureDeviceInput> makeDeviceInput(const std::shared_ptr<platform::CaptureDevice>& device,
-                                                                Error& error) override;
-  std::shared_ptr<platform::AudioDataOutput> makeAudioDataOutput() override;
-  std::shared_ptr<platform::CaptureSession> makeSession() override;
+                                                                Error& error) override {
+    if (device && device->isConnected()) return std::make_shared<SimCaptureDeviceInput>(device);
+    error = {platform::kCaptureErrorDomain, -11814, "Cannot Record"};
+    return nullptr;
+  }
+  std::shared_ptr<platform::AudioDataOutput> makeAudioDataOutput() override {
+    auto output = std::make_shared<SimAudioDataOutput>();
+    writeLocked(mutex_, lastOutput_, output);
+    return output;
+  }
+  std::shared_ptr<platform::CaptureSession> makeSession() override {
+    auto session = std::make_shared<SimCaptureSession>();
+    writeLocked(mutex_, lastSession_, session);
+    return session;
+  }
   platform::ObserverToken observeDeviceDisconnected(
-      ::ac::SerialQueue* queue, std::function<void(std::shared_ptr<platform::CaptureDevice>)> handler) override;
+      ::ac::SerialQueue* queue, std::function<void(std::shared_ptr<platform::CaptureDevice>)> handler) override {
+    return addObserver({queue, std::move(handler), nullptr, nullptr});
+  }
   platform::ObserverToken observeRuntimeError(const std::shared_ptr<platform::CaptureSession>& session,
                                               ::ac::SerialQueue* queue,
-                                              std::function<void(std::optional<Error>)> handler) override;
+                                              std::function<void(std::optional<Error>)> handler) override {
+    return addObserver({queue, nullptr, session, std::move(handler)});
+  }
   void removeObserver(platform::ObserverToken token) override {
     std::lock_guard lock(mutex_);
     observers_.erase(token);
@@ -184,16 +218,22 @@ class SimMicCapture final : public platform::MicCapture {
   };
   // Runs callFor(observer), where not null, on each observer's queue.
   void notify(const std::function<std::function<void()>(const Observer&)>& callFor, bool wait);
-  platform::ObserverToken addObserver(Observer observer);
+  platform::ObserverToken addObserver(Observer observer) {
+    std::lock_guard lock(mutex_);
+    observers_[nextToken_] = std::move(observer);
+    return nextToken_++;
+  }
   // The device while it is connected, else null.
-  std::shared_ptr<SimCaptureDevice> connectedLocked(const std::optional<std::string>& uid) const;
+  std::shared_ptr<SimCaptureDevice> connectedLocked(const std::optional<std::string>& uid) const {
+    auto it = uid ? devices_.find(*uid) : devices_.end();
+    return it != devices_.end() && it->second->isConnected() ? it->second : nullptr;
+  }
 
   mutable std::mutex mutex_;
   std::map<std::string, std::shared_ptr<SimCaptureDevice>> devices_;
   std::optional<std::string> defaultUID_;
   std::shared_ptr<SimCaptureSession> lastSession_;
   std::shared_ptr<SimAudioDataOutput> lastOutput_;
-  std::vector<std::string> inputRequests_;
   std::map<platform::ObserverToken, Observer> observers_;
   platform::ObserverToken nextToken_ = 1;
 };

@@ -1,8 +1,6 @@
 #include "support/dispatch.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <vector>
@@ -94,19 +92,6 @@ TEST(Semaphore, TimedWaitTimesOutThenSucceedsAfterSignal) {
   EXPECT_GE(monotonicSeconds() - t0, 0.045);
   s.signal();
   EXPECT_TRUE(s.wait(5));
-}
-
-TEST(SignalSource, DeliversSignalOnItsQueue) {
-  SerialQueue q("test.signal");
-  Semaphore got;
-  std::atomic<bool> onQueue{false};
-  SignalSource src(SIGUSR1, q, [&] {
-    onQueue = q.isCurrent();
-    got.signal();
-  });
-  ::kill(::getpid(), SIGUSR1);
-  ASSERT_TRUE(got.wait(5));
-  EXPECT_TRUE(onQueue.load());
 }
 
 TEST(MainQueue, RunsOnlyWhilePumpedAndHonoursDelay) {

@@ -3,10 +3,10 @@
 // back when destroyed. Captures nest; the innermost one gets the lines.
 #pragma once
 
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -16,17 +16,11 @@ namespace ac::test {
 
 class LogCapture {
  public:
-  LogCapture() : fd_(anonymousFile()), previous_(logFileDescriptor()) { setLogFileDescriptor(fd_); }
+  // An unlinked temporary file: portable where memfd_create is not.
+  LogCapture() : file_(std::tmpfile()), previous_(logFileDescriptor()) { setLogFileDescriptor(::fileno(file_)); }
   ~LogCapture() {
     setLogFileDescriptor(previous_);
-    ::close(fd_);
-  }
-  // An unlinked temporary file: portable where memfd_create is not.
-  static int anonymousFile() {
-    char path[] = "/tmp/ac-test-log-XXXXXX";
-    int fd = ::mkstemp(path);
-    if (fd >= 0) ::unlink(path);
-    return fd;
+    std::fclose(file_);
   }
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
@@ -34,7 +28,8 @@ class LogCapture {
   std::vector<std::string> lines() const {
     std::string all;
     char buf[4096];
-    for (ssize_t n, at = 0; (n = ::pread(fd_, buf, sizeof buf, at)) > 0; at += n) all.append(buf, size_t(n));
+    const int fd = ::fileno(file_);
+    for (ssize_t n, at = 0; (n = ::pread(fd, buf, sizeof buf, at)) > 0; at += n) all.append(buf, size_t(n));
     std::vector<std::string> out;
     for (size_t start = 0, nl; (nl = all.find('\n', start)) != std::string::npos; start = nl + 1) {
       const std::string line = all.substr(start, nl - start);
@@ -57,7 +52,7 @@ class LogCapture {
   }
 
  private:
-  int fd_;
+  std::FILE* file_;
   int previous_;
 };
 

@@ -7,14 +7,6 @@
 namespace ac {
 namespace {
 
-TEST(FormatDouble, RendersRatesLikeTheLogReadersExpect) {
-  struct Case {
-    double in;
-    const char* out;
-  } cases[] = {{48000, "48000.0"}, {44100.5, "44100.5"}, {-1, "-1.0"}, {2147483647, "2147483647.0"}};
-  for (const auto& c : cases) EXPECT_EQ(formatDouble(c.in), c.out) << c.in;
-}
-
 TEST(Iso8601, WholeSecondsUTCWithZ) { EXPECT_EQ(iso8601UTC(1772719629), "2026-03-05T14:07:09Z"); }
 
 TEST(FailureCountRate, LogsBelowElevenThenEveryTwoHundred) {
