@@ -66,7 +66,6 @@ Decision decide(const std::string& line) {
 }
 
 void setStatusFD(int fd) { gStatusFD.store(fd); }
-int statusFD() { return gStatusFD.load(); }
 
 bool writeStatusLine(const std::string& line) {
   int fd = gStatusFD.load();

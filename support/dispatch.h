@@ -128,8 +128,6 @@ void dispatchMainAfter(double delaySeconds, Block block);
 // Runs main-queue blocks on the calling thread until `seconds` have passed.
 // The platform may also service its own event loop here (see platform/run_loop.h).
 void runMainQueueFor(double seconds);
-// Runs main-queue blocks forever.
-[[noreturn]] void runMainQueueForever();
 
 // Monotonic seconds since an arbitrary fixed point.
 double monotonicSeconds();
