@@ -1,7 +1,5 @@
 #include "notify/notify_command.h"
 
-#include <uuid/uuid.h>
-
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -21,6 +19,7 @@
 #include "support/dispatch.h"
 #include "support/log.h"
 #include "support/process_exit.h"
+#include "support/uuid.h"
 
 namespace ac::notify {
 
@@ -44,14 +43,6 @@ platform::NotificationContent makeNotifyContent(const std::string& title, const 
   content.defaultActionTitle = presentation.defaultActionTitle;
   content.expiresAt = expiresAt.value_or(0);
   return content;
-}
-
-std::string newRequestIdentifier() {
-  uuid_t uuid;
-  uuid_generate_random(uuid);
-  char text[37];
-  uuid_unparse_upper(uuid, text);
-  return text;
 }
 
 NotifyDelegate::NotifyDelegate(std::function<void()> done, std::function<bool()> claim, std::function<void()> closed)
@@ -159,7 +150,7 @@ std::optional<double> postNotifyBanner(const NotifyRequest& request) {
   std::optional<std::string> clickToken;
   if (!token.empty()) clickToken = token;
   auto content = makeNotifyContent(request.title, request.body, request.soundName, clickToken, expiresAt, category);
-  std::string identifier = newRequestIdentifier();
+  std::string identifier = newUUIDString();
   bool added = addRequest(identifier, content);
 
   auto delivered = deliveredNotificationIDs(center);
@@ -197,7 +188,7 @@ void postNotification(const std::string& title, const std::string& body, const s
         writeStderr("notify: skipped (auth=" + auth + ")\n");
         return finish();
       }
-      std::string identifier = newRequestIdentifier();
+      std::string identifier = newUUIDString();
       if (addRequest(identifier, makeNotifyContent(title, body, soundName, std::nullopt, std::nullopt, std::nullopt))) {
         // Journalled as tokenless: a later cold launch counts it as ours and
         // routes nothing through it.
