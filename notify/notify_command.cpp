@@ -83,16 +83,16 @@ void installRecordingNotifyDelegate() { installNotifyDelegate(); }
 namespace {
 
 // Reads the authorization, records it, and asks once when allowed and
-// undecided; the word the post is judged by.
-std::string authorizationForPost(bool allowAuthRequest) {
-  std::string word = notifAuthStatusName(currentNotifAuthStatus(notifAuthQueryTimeoutSeconds));
-  writeNotifAuthStatus(word);
-  if (word == "notDetermined" && allowAuthRequest) {
+// undecided; the status the post is judged by.
+std::optional<platform::NotificationAuthorizationStatus> authorizationForPost(bool allowAuthRequest) {
+  auto status = currentNotifAuthStatus(notifAuthQueryTimeoutSeconds);
+  writeNotifAuthStatus(notifAuthStatusName(status));
+  if (notifAuthStatusName(status) == "notDetermined" && allowAuthRequest) {
     (void)requestNotifAuthorization(notifyAuthRequestTimeoutSeconds);
-    word = notifAuthStatusName(currentNotifAuthStatus(notifyAuthRecheckTimeoutSeconds));
-    writeNotifAuthStatus(word);
+    status = currentNotifAuthStatus(notifyAuthRecheckTimeoutSeconds);
+    writeNotifAuthStatus(notifAuthStatusName(status));
   }
-  return word;
+  return status;
 }
 
 // Adds the request; whether the add completed without an error in time.
@@ -125,9 +125,14 @@ std::optional<double> postNotifyBanner(const NotifyRequest& request) {
   // any handler in flight.
   installNotifyDelegate([] { notifyExitAfter(notifyAfterClickLingerSeconds); }, nullptr, [] { notifyExitAfter(0); });
 
-  std::string auth = authorizationForPost(request.allowAuthRequest);
+  const auto status = authorizationForPost(request.allowAuthRequest);
+  const std::string auth = notifAuthStatusName(status);
   if (!notifAuthDelivers(auth)) {
     writeStderr("notify: skipped (auth=" + auth + ")\n");
+    // The short linger keeps the delegate up for a click on an earlier
+    // banner that the centre hands to this running process. A centre that
+    // said it is not there (no bus, no service) hands over nothing: end now.
+    if (status == platform::kNotificationAuthorizationUnavailable) return std::nullopt;
     return notifyPlainLingerSeconds;
   }
 
