@@ -3,11 +3,11 @@
 #include <chrono>
 #include <thread>
 
+#include "capture/output_device.h"
 #include "capture/process_tap.h"
 #include "capture/system_ioproc.h"
 #include "capture/tap_format.h"
 #include "capture/tap_topology.h"
-#include "cli/device_queries.h"
 #include "support/error.h"
 #include "support/log.h"
 

@@ -1,10 +1,9 @@
 #include "capture/process_tap.h"
 
-#include <uuid/uuid.h>
-
 #include "capture/tap_format.h"
 #include "support/error.h"
 #include "support/log.h"
+#include "support/uuid.h"
 
 namespace ac::capture {
 
@@ -45,13 +44,7 @@ platform::StreamFormat tapStreamFormat(platform::AudioHardware& hw, AudioObjectI
   return format;
 }
 
-std::string newAggregateUID() {
-  uuid_t raw;
-  uuid_generate_random(raw);
-  char text[37];
-  uuid_unparse_upper(raw, text);
-  return std::string("audio-capture-tap-") + text;
-}
+std::string newAggregateUID() { return "audio-capture-tap-" + newUUIDString(); }
 
 nlohmann::json aggregateDescription(const std::string& aggregateUID, const std::string& tapUID,
                                     const std::string& outputUID) {

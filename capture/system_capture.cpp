@@ -1,11 +1,11 @@
 #include "capture/system_capture.h"
 
+#include "capture/output_device.h"
 #include "capture/output_recovery.h"
 #include "capture/process_tap.h"
 #include "capture/system_capture_state.h"
 #include "capture/system_ioproc.h"
 #include "capture/tap_topology.h"
-#include "cli/device_queries.h"
 #include "support/error.h"
 #include "support/log.h"
 

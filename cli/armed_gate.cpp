@@ -3,25 +3,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <unicode/unistr.h>
-
 #include <atomic>
 #include <cerrno>
 
 #include "support/log.h"
 #include "support/process_exit.h"
+#include "support/text.h"
 
 namespace ac::ArmedGate {
 namespace {
 
 std::string pending;  // bytes of the go pipe not yet forming a line
 std::atomic<int> gStatusFD{-1};
-
-std::string decodeReplacingInvalid(const std::string& bytes) {
-  std::string out;
-  icu::UnicodeString::fromUTF8(bytes).toUTF8String(out);
-  return out;
-}
 
 std::string trimLineBreaks(std::string s) {
   while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
@@ -40,12 +33,12 @@ std::optional<std::string> readLine(int fd) {
     if (size_t nl = pending.find('\n'); nl != std::string::npos) {
       std::string line = pending.substr(0, nl);
       pending.erase(0, nl + 1);
-      return decodeReplacingInvalid(line);
+      return repairedUTF8(line);
     }
     if (pending.size() >= maxLineBytes) {
       std::string line;
       line.swap(pending);
-      return decodeReplacingInvalid(line);
+      return repairedUTF8(line);
     }
     char byte;
     ssize_t n = ::read(fd, &byte, 1);
@@ -66,7 +59,6 @@ Decision decide(const std::string& line) {
 }
 
 void setStatusFD(int fd) { gStatusFD.store(fd); }
-int statusFD() { return gStatusFD.load(); }
 
 bool writeStatusLine(const std::string& line) {
   int fd = gStatusFD.load();

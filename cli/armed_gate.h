@@ -56,7 +56,6 @@ Decision decide(const std::string& line);
 // The status pipe's write end; -1 when not open (never opened, or closed
 // after "ready").
 void setStatusFD(int fd);
-int statusFD();
 
 // One write of the whole line on the status pipe. False (after one log line
 // when a write was attempted) when the pipe is closed or the write fell short.

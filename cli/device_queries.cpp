@@ -8,27 +8,13 @@
 #include <cstring>
 #include <memory>
 
+#include "capture/output_device.h"
 #include "support/error.h"
 
 namespace ac {
 
 using platform::AudioObjectID;
 using platform::OSStatus;
-
-AudioObjectID defaultOutputDeviceID(platform::AudioHardware& hw) {
-  AudioObjectID id = 0;
-  OSStatus st = hw.defaultOutputDevice(id);
-  if (st != 0) throw CaptureError(st, "default output device lookup failed");
-  return id;
-}
-
-std::string defaultOutputDeviceUID(platform::AudioHardware& hw) {
-  AudioObjectID id = defaultOutputDeviceID(hw);
-  std::optional<std::string> uid;
-  OSStatus st = hw.deviceUID(id, uid);
-  if (st != 0 || !uid) throw CaptureError(st, "default output device UID failed");
-  return *uid;
-}
 
 std::string deviceName(platform::AudioHardware& hw, AudioObjectID id) {
   std::optional<std::string> name;

@@ -1,5 +1,4 @@
-// Output-device lookups used by --current-output, --list-outputs and by
-// system capture (the aggregate is built on the default output).
+// Output-device lookups used by --current-output and --list-outputs.
 //
 // Each lookup throws CaptureError with the platform status as its code and
 // the fixed description callers log.
@@ -12,8 +11,6 @@
 
 namespace ac {
 
-platform::AudioObjectID defaultOutputDeviceID(platform::AudioHardware& hw);
-std::string defaultOutputDeviceUID(platform::AudioHardware& hw);
 std::string deviceName(platform::AudioHardware& hw, platform::AudioObjectID id);
 std::string defaultOutputDeviceName(platform::AudioHardware& hw);
 // Names of devices with output streams, sorted case-insensitively in the

@@ -93,17 +93,9 @@ void startOwnerWatch(RecordingProcess& p, int goFD) {
     while (ArmedGate::readLine(goFD)) {
     }
     log("armed: owner gone after go — finalizing");
-    switch (p.armedPhase.signalAction()) {
-      case ArmedPhase::SignalAction::stopNow:
-        p.q->async(p.finalizeHandler);
-        break;
-      case ArmedPhase::SignalAction::release:
-        p.q->async([&p] { releaseArmed(p, ArmedGate::reasonEOF); });
-        break;
-      case ArmedPhase::SignalAction::deferUntilRunning:  // honoured by markRunning
-      case ArmedPhase::SignalAction::ignore:
-        break;
-    }
+    // Started after go won the phase, so it is starting (the stop is deferred
+    // until markRunning) or running: never armed, never releasing.
+    if (p.armedPhase.signalAction() == ArmedPhase::SignalAction::stopNow) p.q->async(p.finalizeHandler);
   }).detach();
 }
 

@@ -24,7 +24,7 @@ using NotifyClickHandlerToken = int64_t;
 
 // The handlers in flight: token -> deadline.
 struct NotifyClickHandlers {
-  // notifyProcessStart: the monotonic time the process started.
+  // The monotonic time the process started.
   double processStart = 0;
   std::map<NotifyClickHandlerToken, double> deadlines;
   // The last token issued; the first handler gets 1.

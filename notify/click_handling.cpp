@@ -97,17 +97,6 @@ NotifyClickActionResult foldNotifyClickAction(const NotifyClickTarget& target, c
   return {ClickStartRecording{resolution.templateID}};
 }
 
-std::optional<NotifyClickTarget> notifyClickAction(
-    const NotifyClickTarget& target, const std::string& actionIdentifier, bool isCustomAction,
-    const std::function<std::vector<MeetingBanner::RosterEntry>()>& roster) {
-  return foldNotifyClickAction(target, actionIdentifier, isCustomAction, roster).target;
-}
-
-std::optional<NotifyClickTarget> applyNotifyClickAction(const NotifyClickTarget& target,
-                                                        const std::string& actionIdentifier, bool isCustomAction) {
-  return notifyClickAction(target, actionIdentifier, isCustomAction, [] { return MeetingBanner::roster(); });
-}
-
 void handleResponse(const platform::NotificationResponse& response, const std::function<void()>& completion,
                     const std::function<void()>& done, const std::function<bool()>& claim) {
   // Settled before the claim, so no later cold launch routes this banner

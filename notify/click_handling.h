@@ -3,7 +3,7 @@
 // budget that decides when a notify process may exit.
 //
 // Threads: everything here runs on the main queue, except
-// notifyClickAction(), which is pure. Handlers that run scripts do so on
+// foldNotifyClickAction(), which is pure. Handlers that run scripts do so on
 // background queues and hop back to the main queue to end their budget and
 // settle.
 #pragma once
@@ -41,12 +41,6 @@ struct NotifyClickActionResult {
 NotifyClickActionResult foldNotifyClickAction(const NotifyClickTarget& target, const std::string& actionIdentifier,
                                               bool isCustomAction,
                                               const std::function<std::vector<MeetingBanner::RosterEntry>()>& roster);
-std::optional<NotifyClickTarget> notifyClickAction(
-    const NotifyClickTarget& target, const std::string& actionIdentifier, bool isCustomAction,
-    const std::function<std::vector<MeetingBanner::RosterEntry>()>& roster);
-// The same with the roster read from its file.
-std::optional<NotifyClickTarget> applyNotifyClickAction(const NotifyClickTarget& target,
-                                                        const std::string& actionIdentifier, bool isCustomAction);
 
 // Carries out a target; then settles (directly, or from the handler that
 // the target started).

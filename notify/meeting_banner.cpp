@@ -11,21 +11,12 @@
 #include "support/paths.h"
 #include "support/sha256.h"
 #include "support/state_file.h"
+#include "support/text.h"
 
 namespace ac::notify::MeetingBanner {
 namespace {
 
 constexpr std::string_view templateActionPrefix = "vela.act:tpl:";
-
-std::vector<std::string_view> splitKeepingEmpty(std::string_view s, char sep) {
-  std::vector<std::string_view> fields;
-  std::size_t start = 0;
-  for (std::size_t pos; (pos = s.find(sep, start)) != std::string_view::npos; start = pos + 1) {
-    fields.push_back(s.substr(start, pos - start));
-  }
-  fields.push_back(s.substr(start));
-  return fields;
-}
 
 }  // namespace
 
@@ -88,11 +79,6 @@ std::string templateActionID(std::string_view id, std::string_view digestText) {
   return std::string(templateActionPrefix) + std::string(digestText) + ":" + std::string(id);
 }
 
-bool isDigest(std::string_view text) {
-  return text.size() == digestLength &&
-         std::all_of(text.begin(), text.end(), [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
-}
-
 bool isValidTemplateID(std::string_view id) {
   return !id.empty() && id.size() <= maxTemplateIDLength && std::all_of(id.begin(), id.end(), [](char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' ||
@@ -104,7 +90,7 @@ std::optional<Pick> parse(std::string_view actionIdentifier) {
   if (actionIdentifier == startActionID) return PlainPick{};
   auto fields = splitKeepingEmpty(actionIdentifier, ':');
   if (fields.size() != 4 || fields[0] != actionPrefix || fields[1] != "tpl") return std::nullopt;
-  if (!isDigest(fields[2]) || !isValidTemplateID(fields[3])) return std::nullopt;
+  if (!isLowercaseHex(fields[2], digestLength) || !isValidTemplateID(fields[3])) return std::nullopt;
   return TemplatePick{std::string(fields[3]), std::string(fields[2])};
 }
 

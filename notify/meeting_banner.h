@@ -82,7 +82,6 @@ std::vector<MenuItem> menu(const std::vector<RosterEntry>& roster);
 std::string digest(std::string_view id, std::string_view name);
 // "vela.act:tpl:" + digest + ":" + id
 std::string templateActionID(std::string_view id, std::string_view digest);
-bool isDigest(std::string_view text);
 // 1-64 characters of ASCII letters, digits, ".", "-", "_".
 bool isValidTemplateID(std::string_view id);
 

@@ -1,7 +1,5 @@
 // Meeting-prompt categories: minting dated identifiers, pruning old ones, and
 // choosing which delivered prompts to take back.
-#include <uuid/uuid.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -11,6 +9,7 @@
 
 #include "notify/click_payload.h"
 #include "notify/meeting_banner.h"
+#include "support/uuid.h"
 
 namespace ac::notify::MeetingBanner {
 namespace {
@@ -49,11 +48,7 @@ std::optional<double> readStamp(std::string_view text) {
 
 std::string categoryID(double now) {
   double stamp = std::isfinite(now) ? std::clamp(std::trunc(now), 0.0, maxCategoryStamp) : 0.0;
-  uuid_t uuid;
-  uuid_generate_random(uuid);
-  char text[37];
-  uuid_unparse_upper(uuid, text);
-  return std::string(categoryPrefix) + std::to_string(static_cast<int64_t>(stamp)) + "." + text;
+  return std::string(categoryPrefix) + std::to_string(static_cast<int64_t>(stamp)) + "." + newUUIDString();
 }
 
 bool isOurCategory(std::string_view identifier) { return identifier.starts_with(categoryPrefix); }

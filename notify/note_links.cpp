@@ -4,6 +4,7 @@
 
 #include "notify/unicode_text.h"
 #include "notify/url_components.h"
+#include "support/text.h"
 
 namespace ac::notify {
 
@@ -80,14 +81,6 @@ std::optional<std::string> appleNotesNotifyURL(std::string_view token) {
   return composeURL(link);
 }
 
-bool notionNotifyHex32(std::string_view text) {
-  if (text.size() != 32) return false;
-  for (char c : text) {
-    if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) return false;
-  }
-  return true;
-}
-
 std::optional<std::string> notionNotifyURL(std::string_view token) {
   if (!token.starts_with(notionTokenPrefix)) return std::nullopt;
   std::string_view rest = token.substr(notionTokenPrefix.size());
@@ -95,7 +88,7 @@ std::optional<std::string> notionNotifyURL(std::string_view token) {
   std::string_view page = rest.substr(0, hash);
   std::optional<std::string_view> block;
   if (hash != std::string_view::npos) block = rest.substr(hash + 1);
-  if (!notionNotifyHex32(page) || (block && !notionNotifyHex32(*block))) return std::nullopt;
+  if (!isLowercaseHex(page, 32) || (block && !isLowercaseHex(*block, 32))) return std::nullopt;
 
   std::string canonical = std::string(notionTokenPrefix) + std::string(page);
   if (block) canonical += "#" + std::string(*block);

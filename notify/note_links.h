@@ -42,7 +42,5 @@ std::optional<std::string> appleNotesEmbeddedStoreUUID(std::string_view noteId);
 // "https://www.notion.so/" + 32 lowercase hex digits, optionally "#" + 32
 // more for a block; returned only when it is already in that canonical form.
 std::optional<std::string> notionNotifyURL(std::string_view token);
-// Exactly 32 characters of 0-9 and a-f.
-bool notionNotifyHex32(std::string_view text);
 
 }  // namespace ac::notify

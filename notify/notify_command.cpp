@@ -1,7 +1,5 @@
 #include "notify/notify_command.h"
 
-#include <uuid/uuid.h>
-
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -21,6 +19,7 @@
 #include "support/dispatch.h"
 #include "support/log.h"
 #include "support/process_exit.h"
+#include "support/uuid.h"
 
 namespace ac::notify {
 
@@ -44,14 +43,6 @@ platform::NotificationContent makeNotifyContent(const std::string& title, const 
   content.defaultActionTitle = presentation.defaultActionTitle;
   content.expiresAt = expiresAt.value_or(0);
   return content;
-}
-
-std::string newRequestIdentifier() {
-  uuid_t uuid;
-  uuid_generate_random(uuid);
-  char text[37];
-  uuid_unparse_upper(uuid, text);
-  return text;
 }
 
 NotifyDelegate::NotifyDelegate(std::function<void()> done, std::function<bool()> claim, std::function<void()> closed)
@@ -92,16 +83,16 @@ void installRecordingNotifyDelegate() { installNotifyDelegate(); }
 namespace {
 
 // Reads the authorization, records it, and asks once when allowed and
-// undecided; the word the post is judged by.
-std::string authorizationForPost(bool allowAuthRequest) {
-  std::string word = notifAuthStatusName(currentNotifAuthStatus(notifAuthQueryTimeoutSeconds));
-  writeNotifAuthStatus(word);
-  if (word == "notDetermined" && allowAuthRequest) {
+// undecided; the status the post is judged by.
+std::optional<platform::NotificationAuthorizationStatus> authorizationForPost(bool allowAuthRequest) {
+  auto status = currentNotifAuthStatus(notifAuthQueryTimeoutSeconds);
+  writeNotifAuthStatus(notifAuthStatusName(status));
+  if (notifAuthStatusName(status) == "notDetermined" && allowAuthRequest) {
     (void)requestNotifAuthorization(notifyAuthRequestTimeoutSeconds);
-    word = notifAuthStatusName(currentNotifAuthStatus(notifyAuthRecheckTimeoutSeconds));
-    writeNotifAuthStatus(word);
+    status = currentNotifAuthStatus(notifyAuthRecheckTimeoutSeconds);
+    writeNotifAuthStatus(notifAuthStatusName(status));
   }
-  return word;
+  return status;
 }
 
 // Adds the request; whether the add completed without an error in time.
@@ -134,9 +125,14 @@ std::optional<double> postNotifyBanner(const NotifyRequest& request) {
   // any handler in flight.
   installNotifyDelegate([] { notifyExitAfter(notifyAfterClickLingerSeconds); }, nullptr, [] { notifyExitAfter(0); });
 
-  std::string auth = authorizationForPost(request.allowAuthRequest);
+  const auto status = authorizationForPost(request.allowAuthRequest);
+  const std::string auth = notifAuthStatusName(status);
   if (!notifAuthDelivers(auth)) {
     writeStderr("notify: skipped (auth=" + auth + ")\n");
+    // The short linger keeps the delegate up for a click on an earlier
+    // banner that the centre hands to this running process. A centre that
+    // said it is not there (no bus, no service) hands over nothing: end now.
+    if (status == platform::kNotificationAuthorizationUnavailable) return std::nullopt;
     return notifyPlainLingerSeconds;
   }
 
@@ -159,7 +155,7 @@ std::optional<double> postNotifyBanner(const NotifyRequest& request) {
   std::optional<std::string> clickToken;
   if (!token.empty()) clickToken = token;
   auto content = makeNotifyContent(request.title, request.body, request.soundName, clickToken, expiresAt, category);
-  std::string identifier = newRequestIdentifier();
+  std::string identifier = newUUIDString();
   bool added = addRequest(identifier, content);
 
   auto delivered = deliveredNotificationIDs(center);
@@ -197,7 +193,7 @@ void postNotification(const std::string& title, const std::string& body, const s
         writeStderr("notify: skipped (auth=" + auth + ")\n");
         return finish();
       }
-      std::string identifier = newRequestIdentifier();
+      std::string identifier = newUUIDString();
       if (addRequest(identifier, makeNotifyContent(title, body, soundName, std::nullopt, std::nullopt, std::nullopt))) {
         // Journalled as tokenless: a later cold launch counts it as ours and
         // routes nothing through it.

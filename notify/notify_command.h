@@ -39,9 +39,6 @@ platform::NotificationContent makeNotifyContent(const std::string& title, const 
                                                 std::optional<double> expiresAt,
                                                 const std::optional<std::string>& categoryID);
 
-// A fresh upper-case UUID string for a request identifier.
-std::string newRequestIdentifier();
-
 class NotifyDelegate final : public platform::NotificationDelegate {
  public:
   // done: called once a click has been fully handled (default: nothing).

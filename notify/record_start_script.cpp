@@ -9,11 +9,12 @@
 #include "notify/notify_command.h"
 #include "notify/notify_modes.h"
 #include "notify/trusted_script.h"
-#include "notify/unicode_text.h"
 #include "support/dispatch.h"
 #include "support/log.h"
 #include "support/paths.h"
 #include "support/spawn.h"
+#include "support/text.h"
+#include "support/uuid.h"
 
 namespace ac::notify {
 namespace {
@@ -57,12 +58,12 @@ void echoRecordStartCapture(std::string_view text) {
 }
 
 void echoRecordStartCaptureAt(const std::string& path) {
-  if (auto bytes = recordStartCapturedPrefix(path)) echoRecordStartCapture(text::utf8(text::scalars(*bytes)));
+  if (auto bytes = recordStartCapturedPrefix(path)) echoRecordStartCapture(repairedUTF8(*bytes));
 }
 
 RecordStartClickOutcome runRecordStartForClick(const std::string& script, const std::optional<std::string>& templateID,
                                                double wait) {
-  std::string capture = temporaryDirectory() + "/vela-record-start-click-" + newRequestIdentifier() + ".log";
+  std::string capture = temporaryDirectory() + "/vela-record-start-click-" + newUUIDString() + ".log";
   int fd = ::open(capture.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (fd < 0) {
     std::string reason = "could not create " + capture + ": " + errnoText(errno);
@@ -94,7 +95,7 @@ RecordStartClickOutcome runRecordStartForClick(const std::string& script, const 
   }
   auto bytes = recordStartCapturedPrefix(capture);
   ::unlink(capture.c_str());
-  std::string output = bytes ? text::utf8(text::scalars(*bytes)) : "";
+  std::string output = bytes ? repairedUTF8(*bytes) : "";
   echoRecordStartCapture(output);
   return classifyRecordStartClick(status->terminationStatus(), output, bytes.has_value(),
                                   recordStartRecordingIsLive());

@@ -3,6 +3,7 @@
 #include <uriparser/Uri.h>
 
 #include "notify/unicode_text.h"
+#include "support/text.h"
 
 namespace ac::notify {
 namespace {
@@ -35,16 +36,6 @@ std::string pathText(const UriUriA& uri) {
     first = false;
   }
   return path;
-}
-
-std::vector<std::string_view> split(std::string_view s, char separator) {
-  std::vector<std::string_view> pieces;
-  for (std::size_t start = 0;;) {
-    std::size_t end = s.find(separator, start);
-    pieces.push_back(s.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start));
-    if (end == std::string_view::npos) return pieces;
-    start = end + 1;
-  }
 }
 
 // uriUnescapeInPlaceExA returns the new end, so a decoded "%00" survives
@@ -99,7 +90,7 @@ std::optional<std::string> composeURL(const URLComponents& c) {
   }
   std::vector<UriPathSegmentA> segments;
   if (!path.empty() || (c.host && !c.path.empty())) {
-    for (std::string_view piece : split(path, '/')) segments.push_back({range(piece), nullptr, nullptr});
+    for (std::string_view piece : splitKeepingEmpty(path, '/')) segments.push_back({range(piece), nullptr, nullptr});
     for (std::size_t i = 0; i + 1 < segments.size(); ++i) segments[i].next = &segments[i + 1];
     uri.pathHead = &segments.front();
     uri.pathTail = &segments.back();
@@ -119,7 +110,7 @@ std::optional<std::string> composeURL(const URLComponents& c) {
 // items (so "a&&b" would pass for two) and cuts a value at a decoded NUL.
 std::optional<std::vector<URLQueryItem>> parseQueryItems(std::string_view query) {
   std::vector<URLQueryItem> items;
-  for (std::string_view item : split(query, '&')) {
+  for (std::string_view item : splitKeepingEmpty(query, '&')) {
     std::size_t eq = item.find('=');
     auto name = decodedUTF8(item.substr(0, eq));
     if (!name) return std::nullopt;
@@ -138,7 +129,7 @@ std::string percentEncodeBytes(std::string_view bytes) {
   // between NULs is escaped on its own.
   std::string out;
   bool first = true;
-  for (std::string_view run : split(bytes, '\0')) {
+  for (std::string_view run : splitKeepingEmpty(bytes, '\0')) {
     if (!first) out += "%00";
     first = false;
     std::string escaped(run.size() * 3 + 1, '\0');

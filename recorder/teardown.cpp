@@ -14,7 +14,7 @@ namespace {
 
 // Runs `whenDone` once the last of `count` parties has left.
 struct FinishGroup {
-  explicit FinishGroup(int count, Block whenDone) : remaining(count), whenDone(std::move(whenDone)) {}
+  explicit FinishGroup(int count, Block done) : remaining(count), whenDone(std::move(done)) {}
   void leave() {
     if (remaining.fetch_sub(1, std::memory_order_acq_rel) == 1) whenDone();
   }
@@ -59,8 +59,8 @@ void finalize(const std::weak_ptr<Recorder::Impl>& weak, const Block& completion
   self->assetWriter->finishWriting([weak, completion] {
     // Off the writer's own thread: the last reference may go here.
     dispatchGlobal([weak, completion] {
-      if (auto self = weak.lock())
-        reportFinish(*self, completion);
+      if (auto impl = weak.lock())
+        reportFinish(*impl, completion);
       else
         completion();
     });

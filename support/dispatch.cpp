@@ -448,8 +448,4 @@ void runMainQueueFor(double seconds) {
   }
 }
 
-void runMainQueueForever() {
-  for (;;) runMainQueueFor(3600);
-}
-
 }  // namespace ac

@@ -23,7 +23,8 @@
 //   longer runs) and delivers every arrival as one call of its handler on the
 //   given queue. Arrivals are coalesced only while a delivery is pending.
 // - The main queue holds blocks for the main thread; they run only while the
-//   main thread is inside runMainLoop().
+//   main thread is inside runMainQueueFor() (which the platform's
+//   runMainLoopFor() calls).
 #pragma once
 
 #include <chrono>
@@ -126,10 +127,9 @@ void ignoreDefaultDelivery(int signo);
 void dispatchMain(Block block);
 void dispatchMainAfter(double delaySeconds, Block block);
 // Runs main-queue blocks on the calling thread until `seconds` have passed.
-// The platform may also service its own event loop here (see platform/run_loop.h).
+// Platform::runMainLoopFor (platform/platform.h) also services the platform's
+// own event loop, where it has one.
 void runMainQueueFor(double seconds);
-// Runs main-queue blocks forever.
-[[noreturn]] void runMainQueueForever();
 
 // Monotonic seconds since an arbitrary fixed point.
 double monotonicSeconds();

@@ -12,6 +12,7 @@
 
 #include "support/dispatch.h"
 #include "support/log.h"
+#include "support/text.h"
 
 namespace ac::platform::linux_backend {
 namespace {
@@ -192,37 +193,8 @@ bool readUint32(DBusMessageIter* it, uint32_t& out) {
   return true;
 }
 
-// libdbus aborts the process on a string that is not UTF-8, and titles come
-// straight from the command line: invalid sequences become U+FFFD.
-std::string repairedUTF8(const std::string& s) {
-  std::string out;
-  out.reserve(s.size());
-  size_t i = 0;
-  while (i < s.size()) {
-    unsigned char c = static_cast<unsigned char>(s[i]);
-    size_t len = c < 0x80 ? 1 : (c >> 5) == 0x6 ? 2 : (c >> 4) == 0xE ? 3 : (c >> 3) == 0x1E ? 4 : 0;
-    bool ok = len > 0 && i + len <= s.size() && c != 0;
-    uint32_t cp = len == 1 ? c : len == 2 ? (c & 0x1F) : len == 3 ? (c & 0x0F) : (c & 0x07);
-    for (size_t k = 1; ok && k < len; ++k) {
-      unsigned char cc = static_cast<unsigned char>(s[i + k]);
-      ok = (cc & 0xC0) == 0x80;
-      cp = (cp << 6) | (cc & 0x3F);
-    }
-    // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
-    static constexpr uint32_t minimum[5] = {0, 0, 0x80, 0x800, 0x10000};
-    ok = ok && cp >= minimum[len] && cp <= 0x10FFFF && !(cp >= 0xD800 && cp <= 0xDFFF);
-    if (ok) {
-      out.append(s, i, len);
-      i += len;
-    } else {
-      out += "\xEF\xBF\xBD";
-      i += 1;
-    }
-  }
-  return out;
-}
-
 void appendString(DBusMessageIter* it, const std::string& s) {
+  // Titles come straight from the command line.
   std::string valid = repairedUTF8(s);
   const char* p = valid.c_str();
   dbus_message_iter_append_basic(it, DBUS_TYPE_STRING, &p);

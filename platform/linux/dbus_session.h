@@ -78,7 +78,6 @@ bool readString(DBusMessageIter* it, std::string& out);
 bool readUint32(DBusMessageIter* it, uint32_t& out);
 // Invalid UTF-8 is repaired (U+FFFD) first: libdbus refuses it fatally.
 void appendString(DBusMessageIter* it, const std::string& s);
-std::string repairedUTF8(const std::string& s);
 }  // namespace dbus_args
 
 }  // namespace ac::platform::linux_backend

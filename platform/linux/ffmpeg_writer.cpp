@@ -54,9 +54,9 @@ struct WriterState {
 
 class FFmpegWriterInput final : public WriterInput {
  public:
-  FFmpegWriterInput(std::shared_ptr<WriterState> state, AudioOutputSettings settings, std::string name,
+  FFmpegWriterInput(std::shared_ptr<WriterState> state, AudioOutputSettings settings, std::string inputName,
                     std::unique_ptr<WriterTrack> track)
-      : name(std::move(name)), state_(std::move(state)), settings_(settings), track_(std::move(track)) {}
+      : name(std::move(inputName)), state_(std::move(state)), settings_(settings), track_(std::move(track)) {}
   const std::string name;
 
   AudioOutputSettings settings() const override { return settings_; }

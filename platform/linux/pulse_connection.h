@@ -57,7 +57,7 @@ class PulseConnection {
   // The following need a Lock held (or the loop thread).
 
   // Connects, or reconnects after a failure. Non-zero when the server cannot
-  // be reached within connectTimeoutSeconds.
+  // be reached within kConnectTimeoutSeconds.
   OSStatus ensureReady();
   // Valid after ensureReady() returned 0, until the next ensureReady().
   pa_context* context() const { return context_; }

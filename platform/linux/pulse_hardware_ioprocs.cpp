@@ -18,7 +18,7 @@ OSStatus PulseAudioHardware::createIOProc(AudioObjectID device, const std::strin
   // A server gone for good takes the output with it: the default output's
   // listeners hear of it, as of any lost device, and the core repairs.
   auto serverGone = [this] {
-    std::lock_guard<std::mutex> guard(mutex_);
+    std::lock_guard<std::mutex> lock(mutex_);
     outputLostToServer_ = true;
     fireLocked([](const Listener& l) { return l.property == ListenedProperty::defaultOutputDevice; });
   };

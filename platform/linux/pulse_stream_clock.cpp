@@ -26,7 +26,6 @@ bool StreamClock::shouldWait(const std::optional<TimingReport>& report, int64_t 
 }
 
 void StreamClock::markDiscontinuity(int64_t nowNs) {
-  if (anchored_) ++reanchors_;
   anchored_ = false;
   needFreshReport(nowNs);
 }
@@ -48,7 +47,6 @@ int64_t StreamClock::stampChunk(int64_t nowNs, std::optional<TimingReport> repor
     const int64_t error = evidence ? *evidence - predicted : 0;
     if (error > kDiscontinuityNs || error < -kDiscontinuityNs) {
       reanchor = true;
-      ++reanchors_;
     } else if (error < 0) {
       anchorNs_ += std::max(error, -kMaxEarlierSlewNs);
     } else {

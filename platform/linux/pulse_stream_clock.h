@@ -70,8 +70,6 @@ class StreamClock {
 
   // Frames stamped since the stream started.
   uint64_t framePosition() const { return position_; }
-  // Re-anchorings forced by a disagreeing report or a discontinuity.
-  int64_t reanchors() const { return reanchors_; }
 
  private:
   int64_t offsetOf(uint64_t frames) const;
@@ -83,7 +81,6 @@ class StreamClock {
   int64_t anchorNs_ = 0;
   uint64_t framesSinceAnchor_ = 0;
   uint64_t position_ = 0;
-  int64_t reanchors_ = 0;
   std::optional<int64_t> lastDataNs_;
   int64_t freshAfterNs_ = 0;  // reports taken earlier are stale
   bool wantReport_ = false;   // no fresh report used since the flow (re)started

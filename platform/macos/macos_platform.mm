@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 
+#include "platform/lazy_platform.h"
 #include "platform/macos/backends.h"
 #include "platform/macos/cf_convert.h"
 #include "support/dispatch.h"
@@ -19,15 +20,11 @@ namespace {
 // do: how late a core main-queue block may start.
 constexpr double runLoopSliceSeconds = 0.005;
 
-class MacOSPlatform final : public Platform {
+class MacOSPlatform final : public LazyPlatform {
  public:
-  AudioHardware& audio() override { return lazy(audioOnce_, audio_, macos::makeCoreAudioHardware); }
-  MicCapture& mic() override { return lazy(micOnce_, mic_, macos::makeAVFMicCapture); }
-  WriterFactory& writers() override { return lazy(writersOnce_, writers_, macos::makeAVFWriterFactory); }
-  NotificationCenter& notifications() override {
-    return lazy(notificationsOnce_, notifications_, macos::makeUNNotificationCenter);
-  }
-  Workspace& workspace() override { return lazy(workspaceOnce_, workspace_, macos::makeNSWorkspace); }
+  MacOSPlatform()
+      : LazyPlatform({macos::makeCoreAudioHardware, macos::makeAVFMicCapture, macos::makeAVFWriterFactory,
+                      macos::makeUNNotificationCenter, macos::makeNSWorkspace}) {}
 
   void runMainLoopFor(double seconds) override {
     const double deadline = monotonicSeconds() + seconds;
@@ -66,19 +63,6 @@ class MacOSPlatform final : public Platform {
   }
 
  private:
-  template <class T, class F>
-  static T& lazy(std::once_flag& once, std::unique_ptr<T>& slot, F make) {
-    std::call_once(once, [&] { slot = make(); });
-    return *slot;
-  }
-
-  std::once_flag audioOnce_, micOnce_, writersOnce_, notificationsOnce_, workspaceOnce_;
-  std::unique_ptr<AudioHardware> audio_;
-  std::unique_ptr<MicCapture> mic_;
-  std::unique_ptr<WriterFactory> writers_;
-  std::unique_ptr<NotificationCenter> notifications_;
-  std::unique_ptr<Workspace> workspace_;
-
   std::mutex activityMutex_;
   std::map<uint64_t, id<NSObject>> activities_;
   uint64_t nextActivity_ = 1;

@@ -8,6 +8,7 @@
 #include "platform/linux/dbus_notification_registry.h"
 #include "platform/linux/dbus_session.h"
 #include "platform/linux/linux_workspace.h"
+#include "support/text.h"
 
 namespace ac::platform::linux_backend {
 namespace {
@@ -91,11 +92,11 @@ TEST(Registry, RowsAndCategoriesRoundTripAndBadRowsAreSkipped) {
 
 TEST(BusText, MarkupIsEscapedAndInvalidUTF8Repaired) {
   EXPECT_EQ(escapeBodyMarkup("a & <b> c"), "a &amp; &lt;b&gt; c");
-  EXPECT_EQ(dbus_args::repairedUTF8("ok é ✓"), "ok é ✓");
-  EXPECT_EQ(dbus_args::repairedUTF8("a\xff" "b"), "a\xEF\xBF\xBD" "b");
-  EXPECT_EQ(dbus_args::repairedUTF8("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");      // overlong
-  EXPECT_EQ(dbus_args::repairedUTF8("\xED\xA0\x80"), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");  // surrogate
-  EXPECT_EQ(dbus_args::repairedUTF8("cut \xE2\x9C"), "cut \xEF\xBF\xBD\xEF\xBF\xBD");
+  EXPECT_EQ(repairedUTF8("ok é ✓"), "ok é ✓");
+  EXPECT_EQ(repairedUTF8("a\xff" "b"), "a\xEF\xBF\xBD" "b");
+  EXPECT_EQ(repairedUTF8("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");      // overlong
+  EXPECT_EQ(repairedUTF8("\xED\xA0\x80"), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");  // surrogate
+  EXPECT_EQ(repairedUTF8("cut \xE2\x9C"), "cut \xEF\xBF\xBD");  // one for the whole cut sequence
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ TEST_F(Posting, UnbundledProcessPostsAndJournalsNothing) {
   EXPECT_TRUE(NotifyClickJournal::read().empty());
 }
 
-TEST_F(Posting, NoPromptNeverAsksAndSkipsUndecided) {
+TEST_F(Posting, NoPromptSkipsUndecidedWithoutAskingAndNoCentreEndsAtOnce) {
   center_.editScript([&](auto& s) { s.status = 0; s.statusAfterRequest = 2; });
   captureStderr();
   EXPECT_EQ(postNotifyBanner(request("/tmp/a.md", /*allowAuth=*/false)), notifyPlainLingerSeconds);
@@ -31,6 +31,9 @@ TEST_F(Posting, NoPromptNeverAsksAndSkipsUndecided) {
   EXPECT_EQ(center_.authorizationRequests(), 0);
   EXPECT_TRUE(center_.added().empty());
   EXPECT_EQ(readFile(statePath("notif-auth-status")), "notDetermined");
+  // A centre that is not there hands this process no click: no linger.
+  center_.editScript([&](auto& s) { s.status = platform::kNotificationAuthorizationUnavailable; });
+  EXPECT_EQ(postNotifyBanner(request("/tmp/a.md")), std::nullopt);
 }
 
 TEST_F(Posting, UndecidedAsksForAlertAndSoundThenPosts) {

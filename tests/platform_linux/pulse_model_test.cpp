@@ -67,7 +67,7 @@ TEST(StreamClock, StampsAdvanceByFramesAndFollowReportsAsymmetrically) {
       int64_t step = run.stamps[size_t(i)] - run.stamps[size_t(i - 1)];
       EXPECT_LE(std::llabs(step - kChunkNs), StreamClock::kMaxEarlierSlewNs) << c.name << " chunk " << i;
     }
-    EXPECT_EQ(run.clock.reanchors(), 0) << c.name;
+    EXPECT_EQ(run.clock.framePosition(), uint64_t(100 * kChunk));
   }
 }
 
@@ -75,7 +75,6 @@ TEST(StreamClock, FollowsADriftingDeviceClockWithinAMillisecond) {
   ClockRun run;  // the device runs 200 ppm slow: each chunk takes 2 µs longer
   run.chunks(0, 1000, [](int i) -> std::optional<int64_t> { return int64_t(i) * 2'000; });
   for (int i = 100; i < 1000; ++i) EXPECT_NEAR(run.errorAt(i), int64_t(i) * 2'000, kMs) << i;
-  EXPECT_EQ(run.clock.reanchors(), 0);
 }
 
 TEST(StreamClock, ReanchorsOnFarReportsAndDiscontinuitiesAndWaitsForFreshReports) {
@@ -84,14 +83,12 @@ TEST(StreamClock, ReanchorsOnFarReportsAndDiscontinuitiesAndWaitsForFreshReports
 
   // A report 30 ms off: the count lost track.
   run.chunks(10, 11, [](int) -> std::optional<int64_t> { return -30 * kMs; });
-  EXPECT_EQ(run.clock.reanchors(), 1);
   EXPECT_EQ(run.errorAt(10), -30 * kMs);
 
   // Lost data: the next chunk takes the report as it is.
   run.clock.markDiscontinuity(run.t0 + 11 * kChunkNs);
   EXPECT_TRUE(run.clock.takeReportRequest());
   run.chunks(11, 12, exact);
-  EXPECT_EQ(run.clock.reanchors(), 2);
   EXPECT_EQ(run.errorAt(11), 0);
 
   // After a pause, reports taken before it are stale: wait for a fresh one,
