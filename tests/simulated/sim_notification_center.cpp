@@ -33,7 +33,6 @@ void SimNotificationCenter::requestAuthorization(bool alert, bool sound, bool ba
   Script s;
   {
     std::lock_guard lock(mutex_);
-    ++requests_;
     lastRequest_ = RequestOptions{alert, sound, badge};
     if (script_.statusAfterRequest) script_.status = script_.statusAfterRequest;
     s = script_;
@@ -83,7 +82,6 @@ void SimNotificationCenter::getCategories(std::function<void(std::vector<Notific
 
 void SimNotificationCenter::setCategories(const std::vector<NotificationCategory>& categories) {
   std::lock_guard lock(mutex_);
-  ++setCategoriesCalls_;
   categories_ = categories;
 }
 

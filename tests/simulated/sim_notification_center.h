@@ -56,8 +56,6 @@ class SimNotificationCenter final : public platform::NotificationCenter {
   std::vector<Added> added() const { return readLocked(mutex_, added_); }
   std::vector<std::string> removed() const { return readLocked(mutex_, removed_); }
   std::vector<platform::NotificationCategory> categories() const { return readLocked(mutex_, categories_); }
-  int authorizationRequests() const { return readLocked(mutex_, requests_); }
-  int setCategoriesCalls() const { return readLocked(mutex_, setCategoriesCalls_); }
   // The options of the last authorization request.
   std::optional<RequestOptions> lastRequestOptions() const { return readLocked(mutex_, lastRequest_); }
 
@@ -86,8 +84,6 @@ class SimNotificationCenter final : public platform::NotificationCenter {
   std::vector<platform::DeliveredNotification> delivered_;
   std::vector<std::string> removed_;
   std::vector<platform::NotificationCategory> categories_;
-  int requests_ = 0;
-  int setCategoriesCalls_ = 0;
   std::optional<RequestOptions> lastRequest_;
   platform::NotificationDelegate* delegate_ = nullptr;
 };
