@@ -236,11 +236,11 @@ printf '[D-BUS Service]\nName=com.quorlan.vela.audio-capture\nExec=%s\n' "$BIN" 
 /usr/bin/python3 "$(dirname "$0")/gtk_notifications_standin.py" >"$WORK/shell.log" 2>&1 &
 pids+=($!)
 wait_until 10 grep -qs ready "$WORK/shell.log" || fail "the GNOME stand-in came up"
-late() {  # late TITLE TOKEN [ARGS...]: posts; the journalled request identifier in $id
+late() {  # late TITLE TOKEN [ARGS...]: posts; the request identifier the shell was given in $id
   "$BIN" --notify "$1" "Body" "${@:2}" 2>>"$WORK/notify.err" &
   check "$1: the poster leaves at once, the click will start the program" gone_within 3 $!
-  id=$(python3 -c 'import json,sys; print([e["id"] for e in json.load(open(sys.argv[1]))["entries"]
-    if e.get("token") == sys.argv[2]][-1])' "$STATE/notify-clicks.json" "$2")
+  id=$(grep '^added ' "$WORK/shell.log" | tail -1 | cut -d' ' -f3)
+  check "$1 is journalled under that identifier" has "$STATE/notify-clicks.json" "\"id\":\"$id\""
 }
 click() {
   dbus-send --session --print-reply --dest=org.gtk.Notifications /org/gtk/Notifications \

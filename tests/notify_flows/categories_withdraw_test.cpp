@@ -30,28 +30,18 @@ TEST_F(Categories, RegistrationKeepsWhatIsOnScreenYoungOrForeign) {
   EXPECT_EQ(center_.categories()[0].actions.at(0).identifier, "vela.act:start");
 }
 
+// The meeting prompt's busy lock is proven where it is posted.
 TEST_F(Categories, BusyLockOrUnreadableRegistryMeansNoActions) {
-  {
-    auto lock = holdLock(notifyCategoryLockFileName);
-    captureStderr();
-    EXPECT_FALSE(registerCategory(center_, "vela.meeting.1.X", MeetingBanner::menu({})));
-    EXPECT_FALSE(registerSilenceCategory(center_));
-    EXPECT_EQ(stderrText(),
-              "notify: category registry lock busy — posting without actions\n"
-              "notify: category registry lock busy — posting without actions\n");
-  }
-  center_.editScript([&](auto& s) { s.answersCategories = false; });
+  auto lock = holdLock(notifyCategoryLockFileName);
   captureStderr();
+  EXPECT_FALSE(registerSilenceCategory(center_));
+  lock.reset();
+  center_.editScript([&](auto& s) { s.answersCategories = false; });
   EXPECT_FALSE(registerCategory(center_, "vela.meeting.1.X", MeetingBanner::menu({})));
-  EXPECT_EQ(stderrText(), "notify: could not read the category registry — posting without actions\n");
+  EXPECT_EQ(stderrText(),
+            "notify: category registry lock busy — posting without actions\n"
+            "notify: could not read the category registry — posting without actions\n");
   EXPECT_TRUE(center_.categories().empty());
-}
-
-TEST_F(Categories, SilenceCategoryJoinsTheExistingOnesOnce) {
-  center_.setCategoriesDirectly({{"vela.meeting.1.X", {}, false}});
-  ASSERT_TRUE(registerSilenceCategory(center_));
-  ASSERT_TRUE(registerSilenceCategory(center_));
-  EXPECT_EQ(ids(center_.categories()), (std::vector<std::string>{"vela.meeting.1.X", "vela.silence-warning"}));
 }
 
 class WithdrawSelection : public NotifyFlowTest {
@@ -87,35 +77,31 @@ TEST_F(WithdrawSelection, TakesPromptsPostedBeforeTheBoundJournalFirst) {
   EXPECT_EQ(center_.removed().back(), "new-prompt");
 }
 
-TEST_F(WithdrawSelection, JournalPurgeFailureLeavesThePromptsUp) {
-  auto lock = holdLock(NotifyClickJournal::lockFileName);
-  captureStderr();
-  EXPECT_EQ(withdrawMeetingPrompts(std::nullopt), 0);
-  EXPECT_EQ(stderrText(),
-            "notify: journal lock busy — leaving it to the holder\n"
-            "notify: withdraw — could not purge the click journal, leaving the prompt up\n");
-  EXPECT_TRUE(center_.removed().empty());
-}
-
 TEST_F(Withdraw, RefusalsAreSaidAndRemoveNothing) {
   struct Case {
     const char* what;
     std::optional<std::string> bundle;
-    bool answers;
-    std::string line;
+    bool answers, promptShown, journalLocked;
+    std::string said;
   };
   const Case cases[] = {
-      {"unbundled", std::nullopt, true, "notify: unbundled process — nothing to withdraw\n"},
-      {"silent centre", "id", false, "notify: withdraw — Notification Center did not answer\n"},
-      {"no prompt", "id", true, "notify: withdraw — no meeting prompt on screen\n"},
+      {"unbundled", std::nullopt, true, true, false, "notify: unbundled process — nothing to withdraw\n"},
+      {"silent centre", "id", false, true, false, "notify: withdraw — Notification Center did not answer\n"},
+      {"no prompt", "id", true, false, false, "notify: withdraw — no meeting prompt on screen\n"},
+      {"journal locked", "id", true, true, true,
+       "notify: journal lock busy — leaving it to the holder\n"
+       "notify: withdraw — could not purge the click journal, leaving the prompt up\n"},
   };
-  center_.setDelivered({banner("note", NotifyClickPayload::make("/tmp/a.md"))});
   for (const auto& c : cases) {
+    std::vector<platform::DeliveredNotification> shown = {banner("note", NotifyClickPayload::make("/tmp/a.md"))};
+    if (c.promptShown) shown.push_back(banner("prompt", NotifyClickPayload::make("vela-app:record-start")));
+    center_.setDelivered(shown);
     desk_.setBundleIdentifier(c.bundle);
     center_.editScript([&](auto& s) { s.answersDelivered = c.answers; });
+    auto lock = c.journalLocked ? holdLock(NotifyClickJournal::lockFileName) : nullptr;
     captureStderr();
     EXPECT_EQ(withdrawMeetingPrompts(std::nullopt), 0) << c.what;
-    EXPECT_EQ(stderrText(), c.line) << c.what;
+    EXPECT_EQ(stderrText(), c.said) << c.what;
   }
   EXPECT_TRUE(center_.removed().empty());
 }
