@@ -57,16 +57,6 @@ TEST(DesktopEntry, ExecLineSplitsUnquotesAndDropsFieldCodes) {
   for (const auto& c : cases) EXPECT_EQ(desktopEntryCommand(c.text, "/x.desktop"), c.args) << c.text;
 }
 
-TEST(DistributedNotification, BecomesASignalOfTheNamespace) {
-  auto s = distributedNotificationSignal("com.quorlan.vela.open-tab");
-  ASSERT_TRUE(s);
-  EXPECT_EQ(s->path, "/com/quorlan/vela");
-  EXPECT_EQ(s->interface, "com.quorlan.vela");
-  EXPECT_EQ(s->member, "OpenTab");
-  for (const char* bad : {"nodots", "a.b.", "a.b.1tab", "a.b.open tab"})
-    EXPECT_EQ(distributedNotificationSignal(bad), std::nullopt) << bad;
-}
-
 TEST(Registry, RowsAndCategoriesRoundTripAndBadRowsAreSkipped) {
   NotificationContent content{"T", "B & <b>", "Glass", nlohmann::json{{"vela_click_v", 1}}, "cat", false, "", 0};
   std::vector<RegistryRow> rows = {{"REQ", ":1.5", 7, content, 12.5}, {"PLAIN", ":1.5", 8, {}, 13}};
