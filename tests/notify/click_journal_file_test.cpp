@@ -83,14 +83,5 @@ TEST_F(ClickJournalFile, AJournalThatIsNoUsableFileReadsAsEmptyAndIsReplaced) {
   }
 }
 
-TEST_F(ClickJournalFile, ForgetPurgesAndRemovingNothingStillLands) {
-  ASSERT_TRUE(J::record("A", "/a.md", IDs{}, 1000, std::nullopt, path));
-  ASSERT_TRUE(J::record("B", std::nullopt, IDs{"A"}, 1000, std::nullopt, path));
-  EXPECT_TRUE(J::forget({"A", "missing"}, path));
-  EXPECT_EQ(J::read(path).size(), 1u);
-  EXPECT_TRUE(J::forget({"missing"}, path));
-  EXPECT_FALSE(J::update(path, [](auto entries) { return entries; }));
-}
-
 }  // namespace
 }  // namespace ac::notify

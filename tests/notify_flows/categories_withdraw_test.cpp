@@ -10,12 +10,6 @@ namespace {
 using Categories = NotifyFlowTest;
 using Withdraw = NotifyFlowTest;
 
-std::vector<std::string> ids(const std::vector<platform::NotificationCategory>& categories) {
-  std::vector<std::string> out;
-  for (const auto& c : categories) out.push_back(c.identifier);
-  return out;
-}
-
 TEST_F(Categories, RegistrationKeepsWhatIsOnScreenYoungOrForeign) {
   double now = wallSeconds();
   std::string onScreen = "vela.meeting." + std::to_string(int64_t(now) - 3600) + ".A";
@@ -26,7 +20,7 @@ TEST_F(Categories, RegistrationKeepsWhatIsOnScreenYoungOrForeign) {
   center_.setDelivered({banner("N1", nullptr, onScreen)});
   std::string fresh = MeetingBanner::categoryID(now);
   ASSERT_TRUE(registerCategory(center_, fresh, MeetingBanner::menu({})));
-  EXPECT_EQ(ids(center_.categories()), (std::vector<std::string>{fresh, "vela.silence-warning", onScreen, young}));
+  EXPECT_EQ(categoryIDs(), (std::vector<std::string>{fresh, "vela.silence-warning", onScreen, young}));
   EXPECT_EQ(center_.categories()[0].actions.at(0).identifier, "vela.act:start");
 }
 
@@ -44,34 +38,22 @@ TEST_F(Categories, BusyLockOrUnreadableRegistryMeansNoActions) {
   EXPECT_TRUE(center_.categories().empty());
 }
 
-class WithdrawSelection : public NotifyFlowTest {
- protected:
-  void SetUp() override {
-    NotifyFlowTest::SetUp();
-    center_.setDelivered({
-        banner("old-prompt", NotifyClickPayload::make("vela-app:record-start"), "vela.meeting.1000.U"),
-        banner("bare-prompt", NotifyClickPayload::make("vela-app:record-start"), "", 1500),
-        banner("new-prompt", NotifyClickPayload::make("vela-app:record-start"), "vela.meeting.2000.V"),
-        banner("note", NotifyClickPayload::make("/tmp/a.md"), "", 500),
-        banner("silence", NotifyClickPayload::make("vela-app:ignore-silence:TRANSCRIPT_PENDING_1_2"),
-               "vela.silence-warning", 500),
-    });
-    for (const char* id : {"old-prompt", "bare-prompt", "new-prompt", "note"})
-      NotifyClickJournal::record(id, "x", std::nullopt, wallSeconds());
-  }
-  std::vector<std::string> journalIDs() {
-    std::vector<std::string> out;
-    for (const auto& e : NotifyClickJournal::read()) out.push_back(e.id);
-    return out;
-  }
-};
-
-TEST_F(WithdrawSelection, TakesPromptsPostedBeforeTheBoundJournalFirst) {
+TEST_F(Withdraw, TakesPromptsPostedBeforeTheBoundJournalFirst) {
+  center_.setDelivered({
+      banner("old-prompt", NotifyClickPayload::make("vela-app:record-start"), "vela.meeting.1000.U"),
+      banner("bare-prompt", NotifyClickPayload::make("vela-app:record-start"), "", 1500),
+      banner("new-prompt", NotifyClickPayload::make("vela-app:record-start"), "vela.meeting.2000.V"),
+      banner("note", NotifyClickPayload::make("/tmp/a.md"), "", 500),
+      banner("silence", NotifyClickPayload::make("vela-app:ignore-silence:TRANSCRIPT_PENDING_1_2"),
+             "vela.silence-warning", 500),
+  });
+  for (const char* id : {"old-prompt", "bare-prompt", "new-prompt", "note"})
+    NotifyClickJournal::record(id, "x", std::nullopt, wallSeconds());
   captureStderr();
   EXPECT_EQ(withdrawMeetingPrompts(2000.0), 2);
   EXPECT_EQ(stderrText(), "notify: withdraw — took back 2 meeting prompt(s)\n");
   EXPECT_EQ(center_.removed(), (std::vector<std::string>{"old-prompt", "bare-prompt"}));
-  EXPECT_EQ(journalIDs(), (std::vector<std::string>{"new-prompt", "note"}));
+  EXPECT_EQ(journalIDs(), "new-prompt,note");
 
   EXPECT_EQ(withdrawMeetingPrompts(std::nullopt), 1);
   EXPECT_EQ(center_.removed().back(), "new-prompt");

