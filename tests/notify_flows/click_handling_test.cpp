@@ -35,7 +35,14 @@ TEST(ClickActionFolding, EachActionActsOnlyWhereItBelongs) {
       {"unknown action on a prompt", meeting, "vela.act:bogus", true, std::nullopt},
       {"action on a note banner", note, "vela.act:start", true, std::nullopt},
       {"action on Recordings", ClickRecordings{}, "vela.silence:ignore", true, std::nullopt},
+      // A silence warning acts through its own buttons only.
+      {"silence ignore", silence, "vela.silence:ignore", true, ClickIgnoreSilence{kMarker}},
       {"silence snooze", silence, "vela.silence:snooze-15", true, ClickSnoozeSilence{kMarker, 15}},
+      {"silence body click", silence, kDefaultActionIdentifier, false, std::nullopt},
+      {"silence dismissed", silence, kDismissActionIdentifier, true, std::nullopt},
+      {"a prompt's action on a silence warning", silence, "vela.act:start", true, std::nullopt},
+      {"no such snooze", silence, "vela.silence:snooze-7", true, std::nullopt},
+      {"silence button not as a custom action", silence, "vela.silence:ignore", false, std::nullopt},
   };
   for (const auto& c : cases) {
     bool rosterRead = false;

@@ -16,25 +16,6 @@ NotifyClickJournalEntry entry(const std::string& id, std::optional<std::string> 
   return {id, std::move(token), wallSeconds() - 600, expiresAt};
 }
 
-TEST(JournalledClick, ResolvesOnlyWhatAColdLaunchCanKnow) {
-  const double now = 1'800'000'000;
-  struct Case {
-    const char* what;
-    NotifyClickJournalEntry e;
-    NotifyClickResult expected;
-  };
-  const Case cases[] = {
-      {"note path", entry("A", "/tmp/a.md"), NotifyClickTarget{ClickURL{"obsidian://open?path=%2Ftmp%2Fa.md"}}},
-      {"fresh prompt", entry("A", "vela-app:record-start", now + 1), NotifyClickTarget{ClickStartRecording{}}},
-      {"expired prompt", entry("A", "vela-app:record-start", now), NotifyClickRejection::expired},
-      {"tokenless", entry("A", std::nullopt), NotifyClickRejection::noTarget},
-      {"silence warning", entry("A", "vela-app:ignore-silence:TRANSCRIPT_PENDING_1_2"),
-       NotifyClickRejection::actionOnly},
-      {"hostile token", entry("A", "javascript:alert(1)"), NotifyClickRejection::notAbsolutePath},
-  };
-  for (const auto& c : cases) EXPECT_EQ(resolveJournalledClick(c.e, now), c.expected) << c.what;
-}
-
 TEST_F(ColdRoute, DeliveredRowsCarryTokensOnlyFromWellFormedEnvelopes) {
   center_.setDelivered({banner("A", NotifyClickPayload::make("/tmp/a.md"), "cat", 5),
                         banner("B", {{"vela_click_v", 2}, {"vela_click_target", "/tmp/b.md"}}), banner("C", nullptr)});
@@ -85,6 +66,10 @@ TEST_F(ColdRoute, OnlyTheOneBannerGoneIsRoutedAndSettled) {
            "notify: click claimed but the journal could not be updated — routing anyway\n",
        "A,B,C", true, journalLocked},
       {"the delegate answered first", abc, IDs{"B", "C"}, route, "B,C", false, answeredByTheDelegate},
+      {"an expired prompt gone", {entry("P", "vela-app:record-start", wallSeconds() - 1), entry("B", "x")}, IDs{"B"},
+       "notify: cold route — journal=2 delivered=1 resolution=route\n"
+       "notify: journalled click carried no routable target (expired)\n",
+       "B"},
       {"a silence warning gone", {entry("S", "vela-app:ignore-silence:TRANSCRIPT_PENDING_1_2"), entry("B", "x")},
        IDs{"B"},
        "notify: cold route — journal=2 delivered=1 resolution=route\n"
