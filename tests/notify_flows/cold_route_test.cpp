@@ -16,18 +16,6 @@ NotifyClickJournalEntry entry(const std::string& id, std::optional<std::string> 
   return {id, std::move(token), wallSeconds() - 600, expiresAt};
 }
 
-TEST_F(ColdRoute, DeliveredRowsCarryTokensOnlyFromWellFormedEnvelopes) {
-  center_.setDelivered({banner("A", NotifyClickPayload::make("/tmp/a.md"), "cat", 5),
-                        banner("B", {{"vela_click_v", 2}, {"vela_click_target", "/tmp/b.md"}}), banner("C", nullptr)});
-  EXPECT_EQ(deliveredNotificationRows(center_), (std::vector<DeliveredNotificationRow>{
-                                                    {"A", "cat", "/tmp/a.md", 5},
-                                                    {"B", "", std::nullopt, 1'800'000'000},
-                                                    {"C", "", std::nullopt, 1'800'000'000}}));
-  center_.editScript([&](auto& s) { s.answersDelivered = false; });
-  EXPECT_EQ(deliveredNotificationRows(center_, 0.05), std::nullopt);
-  EXPECT_EQ(deliveredNotificationIDs(center_, 0.05), std::nullopt);
-}
-
 // Exactly one journalled banner gone is the click; two gone or no answer open
 // Recordings, never a note; a click claimed elsewhere is not acted on twice.
 TEST_F(ColdRoute, OnlyTheOneBannerGoneIsRoutedAndSettled) {

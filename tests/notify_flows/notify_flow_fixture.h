@@ -87,12 +87,10 @@ class NotifyFlowTest : public ::testing::Test {
   // A banner as the centre lists it.
   static platform::DeliveredNotification banner(const std::string& id, const nlohmann::json& userInfo,
                                                 const std::string& category = "", double at = 1'800'000'000) {
-    platform::DeliveredNotification d;
-    d.requestIdentifier = id;
-    d.content.userInfo = userInfo;
-    d.content.categoryIdentifier = category;
-    d.deliveryDate = at;
-    return d;
+    platform::NotificationContent content;
+    content.userInfo = userInfo;
+    content.categoryIdentifier = category;
+    return {id, content, at};
   }
 
   test::ScratchDir scratch_;
