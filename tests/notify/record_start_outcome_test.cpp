@@ -95,9 +95,8 @@ TEST(RecordStartOutcome, LiveRecordingIsAStateFileNamingARunningProcess) {
   ::unsetenv("VELA_STATE_DIR");
 }
 
-TEST(RecordStartOutcome, BannerOnlyWhenNothingIsRecording) {
-  EXPECT_EQ(recordStartClickBanner(Outcome::refused("r")), (RecordStartBanner{"Couldn't start recording", "r"}));
-  EXPECT_EQ(recordStartClickBanner(Outcome::couldNotRun("c")), (RecordStartBanner{"Couldn't start recording", "c"}));
+// The refusal banners themselves are proven where a click runs the script.
+TEST(RecordStartOutcome, QuietOutcomesRaiseNoBanner) {
   for (const auto& quiet : {Outcome::alreadyRecording("a"), Outcome::started(), Outcome::stillRunning()}) {
     EXPECT_EQ(recordStartClickBanner(quiet), std::nullopt);
   }
