@@ -4,12 +4,8 @@
 #   tests/fuzz/run-fuzzers.sh BUILD_DIR SECONDS
 set -eu
 
-if [ $# -ne 2 ]; then
-  echo "usage: $0 BUILD_DIR SECONDS" >&2
-  exit 64
-fi
-build=$1
-seconds=$2
+[ $# -eq 2 ] || { echo "usage: $0 BUILD_DIR SECONDS" >&2; exit 64; }
+build=$1 seconds=$2
 here=$(cd "$(dirname "$0")" && pwd)
 source_dir=$(cd "$here/../.." && pwd)
 

@@ -53,21 +53,6 @@ TEST_F(ClickJournalFile, BusyLockLeavesTheFileByteForByte) {
   EXPECT_EQ(J::withLock(path, [] { return 1; }), 1);
 }
 
-TEST_F(ClickJournalFile, ClaimIsTakenOnceAcrossLaunches) {
-  ASSERT_TRUE(J::record("A", "/a.md", IDs{}, 1000, std::nullopt, path));
-  ASSERT_TRUE(J::record("B", "/b.md", IDs{"A"}, 1001, std::nullopt, path));
-  auto snapshot = J::read(path);
-  IDs delivered{"B"};
-  auto resolution = J::resolve(snapshot, delivered);
-  ASSERT_EQ(J::describe(resolution), "route:/a.md");
-
-  EXPECT_EQ(J::claimSettle(resolution.entry, snapshot, delivered, path), NotifyClickClaim::claimed);
-  EXPECT_EQ(J::claimSettle(resolution.entry, snapshot, delivered, path), NotifyClickClaim::lost);
-  EXPECT_EQ(J::read(path).size(), 1u);
-  // The ambiguous arm claims nothing and always proceeds.
-  EXPECT_EQ(J::claimSettle(std::nullopt, snapshot, std::nullopt, path), NotifyClickClaim::claimed);
-}
-
 // Whatever sits at the journal's path, a read never blocks on it and a
 // post costs one line, never the process: the next write replaces it where
 // a rename can, and a write that fails is reported, not recorded.
@@ -96,15 +81,6 @@ TEST_F(ClickJournalFile, AJournalThatIsNoUsableFileReadsAsEmptyAndIsReplaced) {
     EXPECT_EQ(J::read(path).size(), row.recorded ? 1u : 0u);
     std::filesystem::remove_all(path);
   }
-}
-
-TEST_F(ClickJournalFile, ForgetPurgesAndRemovingNothingStillLands) {
-  ASSERT_TRUE(J::record("A", "/a.md", IDs{}, 1000, std::nullopt, path));
-  ASSERT_TRUE(J::record("B", std::nullopt, IDs{"A"}, 1000, std::nullopt, path));
-  EXPECT_TRUE(J::forget({"A", "missing"}, path));
-  EXPECT_EQ(J::read(path).size(), 1u);
-  EXPECT_TRUE(J::forget({"missing"}, path));
-  EXPECT_FALSE(J::update(path, [](auto entries) { return entries; }));
 }
 
 }  // namespace

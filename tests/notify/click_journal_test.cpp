@@ -83,32 +83,5 @@ TEST(ClickJournalList, SettleRemovesWhatTheClickAccountedFor) {
   EXPECT_EQ(J::settle(current, snapshot, std::nullopt), current);
 }
 
-TEST(ClickJournalList, AdoptionAppendsUnknownBannersAsTokenless) {
-  Entries journal = {entry("A", "a", 1)};
-  EXPECT_EQ(J::adoptUnknown(journal, IDs{"Z", "A", "Y", "Z"}, 50),
-            (Entries{entry("A", "a", 1), entry("Z", std::nullopt, 50), entry("Y", std::nullopt, 50)}));
-  EXPECT_EQ(J::adoptUnknown(journal, std::nullopt, 50), journal);
-}
-
-TEST(ClickJournalList, ResolveRoutesOnlyAnUnambiguousClick) {
-  Entries three = {entry("A", "/a.md", 1), entry("B", "/b.md", 2), entry("C", "/c.md", 3)};
-  struct Case {
-    Entries journal;
-    std::optional<IDs> delivered;
-    std::string described;
-  };
-  const std::vector<Case> cases = {
-      {{}, std::nullopt, "nothing"},
-      {{}, IDs{}, "nothing"},
-      {three, std::nullopt, "recordings"},
-      {three, IDs{"A", "B", "C"}, "nothing"},
-      {three, IDs{"B", "C"}, "route:/a.md"},  // the gone banner's own token, not the newest
-      {three, IDs{"C"}, "recordings"},
-      {{entry("A", std::nullopt, 1), entry("B", "/b.md", 2)}, IDs{"B"}, "nothing"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(J::describe(J::resolve(c.journal, c.delivered)), c.described);
-  EXPECT_EQ(J::kind(J::resolve(three, IDs{"B", "C"})), "route");
-}
-
 }  // namespace
 }  // namespace ac::notify

@@ -1,5 +1,7 @@
 #include "notify/click_payload.h"
 
+#include "notify/note_links.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -61,6 +63,52 @@ TEST(ClickTokenGrammar, ResolvesEveryFormOrRefusesWithItsReason) {
        "ignoreSilence:TRANSCRIPT_PENDING_123456789012_1234567890"},
       {"vela-app:ignore-silence:TRANSCRIPT_PENDING__1", "refused:malformed-ignore-silence-target"},
       {"/Notes/Café 会議.md", "url:obsidian://open?path=%2FNotes%2FCafé%20会議.md"},
+      // Note paths: all but letters, marks, digits and four ASCII marks are escaped.
+      {"/a b?c&d#e-f.g_h~i%j+k", "url:obsidian://open?path=%2Fa%20b%3Fc%26d%23e-f.g_h~i%25j%2Bk"},
+      {"/\u00e9\u0301\u0663", "url:obsidian://open?path=%2F\u00e9\u0301\u0663"},
+      {"/\u00a0\u2028\U0001F600", "url:obsidian://open?path=%2F%C2%A0%E2%80%A8%F0%9F%98%80"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(describe(resolveNotifyClickTarget(c.token)), c.expected) << c.token;
+  EXPECT_EQ(percentEncodeNotePath(std::string("/a\0b", 4)), "%2Fa%00b");
+  EXPECT_EQ(percentEncodeNotePath("/\xc3"), std::nullopt);
+}
+
+// Apple Notes and Notion links are accepted in their exact shape only, and
+// rebuilt so that an escape inside a value cannot split the query.
+TEST(ClickTokenGrammar, NoteLinksAreAcceptedInTheirExactShapeOnly) {
+  const std::string store = "6C6DA3A0-1C0B-4C4E-9C1E-1F7E5B2A9D31", id = "x-coredata://" + store + "/ICNote/p42";
+  const std::string notes = "vela-applenotes://show?note_id=" + id + "&store_uuid=" + store;
+  const std::string odd = "vela-applenotes://show?note_id=x-coredata://" + store + "/ICNote/p%26q&store_uuid=" + store;
+  const std::string hex = "0123456789abcdef0123456789abcdef", notion = "https://www.notion.so/" + hex;
+  const std::string badNotes = "refused:malformed-apple-notes-target", badNotion = "refused:malformed-notion-target";
+  const std::string q = "?note_id=" + id + "&store_uuid=";
+  const std::vector<TokenCase> cases = {
+      {notes, "url:" + notes},
+      {"vela-applenotes://show/?store_uuid=" + store + "&note_id=" + id, "url:" + notes},
+      {odd, "url:" + odd},
+      {"vela-applenotes://open" + q + store, badNotes},
+      {"vela-applenotes://user@show" + q + store, badNotes},
+      {"vela-applenotes://show" + q + store + "#frag", badNotes},
+      {"vela-applenotes://show?note_id=" + id, badNotes},
+      {"vela-applenotes://show" + q + store + "&extra=1", badNotes},
+      {"vela-applenotes://show" + q + "not-a-uuid", badNotes},
+      {"vela-applenotes://show" + q + "7C6DA3A0-1C0B-4C4E-9C1E-1F7E5B2A9D31", badNotes},
+      {"vela-applenotes://show" + q + "6c6da3a0-1c0b-4c4e-9c1e-1f7e5b2a9d31", badNotes},
+      {"vela-applenotes://show?note_id=x-coredata://" + store + "/ICFolder/p42&store_uuid=" + store, badNotes},
+      {"vela-applenotes://show" + q + store + "%", badNotes},
+      {notion, "url:" + notion},
+      {notion + "#fedcba9876543210fedcba9876543210", "url:" + notion + "#fedcba9876543210fedcba9876543210"},
+      {"https://www.notion.so/", badNotion},
+      {"https://www.notion.so/0123456789ABCDEF0123456789abcdef", badNotion},
+      {"https://www.notion.so/Meeting-" + hex, badNotion},
+      {notion + "/", badNotion},
+      {notion + "?pvs=4", badNotion},
+      {notion + "#", badNotion},
+      {"https://www.notion.so/%30123456789abcdef0123456789abcdef", badNotion},
+      {notion + "0", badNotion},
+      {"https://notion.so/" + hex, "refused:not-an-absolute-path"},
+      {"https://www.notion.so.evil.example/" + hex, "refused:not-an-absolute-path"},
+      {"https://www.notion.so:443/" + hex, "refused:not-an-absolute-path"},
   };
   for (const auto& c : cases) EXPECT_EQ(describe(resolveNotifyClickTarget(c.token)), c.expected) << c.token;
 }

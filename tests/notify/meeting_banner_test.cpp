@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <regex>
+
 #include "tests/support/scratch_dir.h"
 
 namespace ac::notify {
@@ -58,14 +60,10 @@ TEST(MeetingRoster, ReadsABoundedFile) {
 TEST(MeetingMenu, StartFirstThenAtMostThreeTemplates) {
   std::vector<M::RosterEntry> four = {{"s", "Standup"}, {"o", "1:1"}, {"c", "Client"}, {"x", "Extra"}};
   EXPECT_EQ(titles(M::menu({})), "Start recording");
-  EXPECT_EQ(titles(M::menu({four.begin(), four.begin() + 3})), "Start recording|Standup|1:1|Client");
   EXPECT_EQ(titles(M::menu(four)), "Start recording|Standup|1:1|Client");
   EXPECT_EQ(M::menu({})[0].identifier, "vela.act:start");
-  EXPECT_EQ(M::menu(four)[1].identifier, "vela.act:tpl:" + M::digest("s", "Standup") + ":s");
-}
-
-TEST(MeetingMenu, DigestIsTheFirstHalfOfSha256OverIdNewlineName) {
-  EXPECT_EQ(M::digest("t1", "Standup"), "e49336a346b253ae168c3edd11ba83dc");
+  // The digest is the first half of SHA-256 over "id\nname".
+  EXPECT_EQ(M::menu({{"t1", "Standup"}})[1].identifier, "vela.act:tpl:e49336a346b253ae168c3edd11ba83dc:t1");
 }
 
 TEST(MeetingMenu, TitlesCannotForgeRows) {
@@ -92,21 +90,10 @@ TEST(MeetingAction, ParseAcceptsOnlyOurExactIdentifiers) {
   }
 }
 
-TEST(MeetingAction, ResolveIsByIdAndDigest) {
-  std::vector<M::RosterEntry> roster = {{"t1", "Standup"}, {"t2", "Client"}};
-  M::Pick pick = M::TemplatePick{"t2", M::digest("t2", "Client")};
-  EXPECT_EQ(M::resolve(M::PlainPick{}, {}), M::Resolution::start(std::nullopt));
-  EXPECT_EQ(M::resolve(pick, roster), M::Resolution::start("t2"));
-  EXPECT_EQ(M::resolve(pick, {roster[0]}), M::Resolution::refuse());
-  EXPECT_EQ(M::resolve(pick, {roster[0], {"t2", "Client (renamed)"}}), M::Resolution::refuse());
-  EXPECT_EQ(M::resolve(pick, {roster[1], roster[1]}), M::Resolution::refuse());
-}
-
 TEST(MeetingCategory, IdentifierCarriesAReadableStamp) {
   std::string id = M::categoryID(1792530208.9);
-  EXPECT_TRUE(id.starts_with("vela.meeting.1792530208."));
-  EXPECT_EQ(id.size(), std::string("vela.meeting.1792530208.").size() + 36);
-  EXPECT_EQ(id.find_first_of("abcdef", 24), std::string::npos);  // upper-case UUID
+  const std::regex stampThenUUID(R"(vela\.meeting\.1792530208\.[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12})");
+  EXPECT_TRUE(std::regex_match(id, stampThenUUID)) << id;
   EXPECT_NE(M::categoryID(5), M::categoryID(5));
   EXPECT_EQ(M::categoryPostedAt(id), 1792530208.0);
   EXPECT_EQ(M::categoryPostedAt(M::categoryID(-5)), 0.0);
@@ -142,12 +129,9 @@ TEST(MeetingWithdraw, SelectsPromptsPostedBeforeTheBound) {
     bool withdraw;
   };
   const std::vector<Case> cases = {
-      {"vela.meeting.100.X", "vela-app:record-start", 100, std::nullopt, true},
-      {"", "vela-app:record-start", 100, std::nullopt, true},
       {"", std::nullopt, 100, std::nullopt, false},
       {"vela.silence-warning", "vela-app:record-start", 100, std::nullopt, false},
       {"vela.meeting.100.X", std::nullopt, 500, 200.0, true},   // the stamp wins over a late delivery
-      {"vela.meeting.200.X", std::nullopt, 100, 200.0, false},  // posted at the bound: the new prompt
       {"vela.meeting.legacy", std::nullopt, 100, 200.0, true},  // no stamp: delivery time
       {"", "vela-app:record-start", 200, 200.0, false},
       {"", "vela-app:record-start", 199, 200.0, true},

@@ -10,12 +10,6 @@ namespace {
 using Categories = NotifyFlowTest;
 using Withdraw = NotifyFlowTest;
 
-std::vector<std::string> ids(const std::vector<platform::NotificationCategory>& categories) {
-  std::vector<std::string> out;
-  for (const auto& c : categories) out.push_back(c.identifier);
-  return out;
-}
-
 TEST_F(Categories, RegistrationKeepsWhatIsOnScreenYoungOrForeign) {
   double now = wallSeconds();
   std::string onScreen = "vela.meeting." + std::to_string(int64_t(now) - 3600) + ".A";
@@ -26,96 +20,70 @@ TEST_F(Categories, RegistrationKeepsWhatIsOnScreenYoungOrForeign) {
   center_.setDelivered({banner("N1", nullptr, onScreen)});
   std::string fresh = MeetingBanner::categoryID(now);
   ASSERT_TRUE(registerCategory(center_, fresh, MeetingBanner::menu({})));
-  EXPECT_EQ(ids(center_.categories()), (std::vector<std::string>{fresh, "vela.silence-warning", onScreen, young}));
+  EXPECT_EQ(categoryIDs(), (std::vector<std::string>{fresh, "vela.silence-warning", onScreen, young}));
   EXPECT_EQ(center_.categories()[0].actions.at(0).identifier, "vela.act:start");
 }
 
+// The meeting prompt's busy lock is proven where it is posted.
 TEST_F(Categories, BusyLockOrUnreadableRegistryMeansNoActions) {
-  {
-    auto lock = holdLock(notifyCategoryLockFileName);
-    captureStderr();
-    EXPECT_FALSE(registerCategory(center_, "vela.meeting.1.X", MeetingBanner::menu({})));
-    EXPECT_FALSE(registerSilenceCategory(center_));
-    EXPECT_EQ(stderrText(),
-              "notify: category registry lock busy — posting without actions\n"
-              "notify: category registry lock busy — posting without actions\n");
-  }
-  center_.editScript([&](auto& s) { s.answersCategories = false; });
+  auto lock = holdLock(notifyCategoryLockFileName);
   captureStderr();
+  EXPECT_FALSE(registerSilenceCategory(center_));
+  lock.reset();
+  center_.editScript([&](auto& s) { s.answersCategories = false; });
   EXPECT_FALSE(registerCategory(center_, "vela.meeting.1.X", MeetingBanner::menu({})));
-  EXPECT_EQ(stderrText(), "notify: could not read the category registry — posting without actions\n");
-  EXPECT_EQ(center_.setCategoriesCalls(), 0);
+  EXPECT_EQ(stderrText(),
+            "notify: category registry lock busy — posting without actions\n"
+            "notify: could not read the category registry — posting without actions\n");
+  EXPECT_TRUE(center_.categories().empty());
 }
 
-TEST_F(Categories, SilenceCategoryJoinsTheExistingOnesOnce) {
-  center_.setCategoriesDirectly({{"vela.meeting.1.X", {}, false}});
-  ASSERT_TRUE(registerSilenceCategory(center_));
-  ASSERT_TRUE(registerSilenceCategory(center_));
-  EXPECT_EQ(ids(center_.categories()), (std::vector<std::string>{"vela.meeting.1.X", "vela.silence-warning"}));
-}
-
-class WithdrawSelection : public NotifyFlowTest {
- protected:
-  void SetUp() override {
-    NotifyFlowTest::SetUp();
-    center_.setDelivered({
-        banner("old-prompt", NotifyClickPayload::make("vela-app:record-start"), "vela.meeting.1000.U"),
-        banner("bare-prompt", NotifyClickPayload::make("vela-app:record-start"), "", 1500),
-        banner("new-prompt", NotifyClickPayload::make("vela-app:record-start"), "vela.meeting.2000.V"),
-        banner("note", NotifyClickPayload::make("/tmp/a.md"), "", 500),
-        banner("silence", NotifyClickPayload::make("vela-app:ignore-silence:TRANSCRIPT_PENDING_1_2"),
-               "vela.silence-warning", 500),
-    });
-    for (const char* id : {"old-prompt", "bare-prompt", "new-prompt", "note"})
-      NotifyClickJournal::record(id, "x", std::nullopt, wallSeconds());
-  }
-  std::vector<std::string> journalIDs() {
-    std::vector<std::string> out;
-    for (const auto& e : NotifyClickJournal::read()) out.push_back(e.id);
-    return out;
-  }
-};
-
-TEST_F(WithdrawSelection, TakesPromptsPostedBeforeTheBoundJournalFirst) {
+TEST_F(Withdraw, TakesPromptsPostedBeforeTheBoundJournalFirst) {
+  center_.setDelivered({
+      banner("old-prompt", NotifyClickPayload::make("vela-app:record-start"), "vela.meeting.1000.U"),
+      banner("bare-prompt", NotifyClickPayload::make("vela-app:record-start"), "", 1500),
+      banner("new-prompt", NotifyClickPayload::make("vela-app:record-start"), "vela.meeting.2000.V"),
+      banner("note", NotifyClickPayload::make("/tmp/a.md"), "", 500),
+      banner("silence", NotifyClickPayload::make("vela-app:ignore-silence:TRANSCRIPT_PENDING_1_2"),
+             "vela.silence-warning", 500),
+  });
+  for (const char* id : {"old-prompt", "bare-prompt", "new-prompt", "note"})
+    NotifyClickJournal::record(id, "x", std::nullopt, wallSeconds());
   captureStderr();
   EXPECT_EQ(withdrawMeetingPrompts(2000.0), 2);
   EXPECT_EQ(stderrText(), "notify: withdraw — took back 2 meeting prompt(s)\n");
   EXPECT_EQ(center_.removed(), (std::vector<std::string>{"old-prompt", "bare-prompt"}));
-  EXPECT_EQ(journalIDs(), (std::vector<std::string>{"new-prompt", "note"}));
+  EXPECT_EQ(journalIDs(), "new-prompt,note");
 
   EXPECT_EQ(withdrawMeetingPrompts(std::nullopt), 1);
   EXPECT_EQ(center_.removed().back(), "new-prompt");
-}
-
-TEST_F(WithdrawSelection, JournalPurgeFailureLeavesThePromptsUp) {
-  auto lock = holdLock(NotifyClickJournal::lockFileName);
-  captureStderr();
-  EXPECT_EQ(withdrawMeetingPrompts(std::nullopt), 0);
-  EXPECT_EQ(stderrText(),
-            "notify: journal lock busy — leaving it to the holder\n"
-            "notify: withdraw — could not purge the click journal, leaving the prompt up\n");
-  EXPECT_TRUE(center_.removed().empty());
 }
 
 TEST_F(Withdraw, RefusalsAreSaidAndRemoveNothing) {
   struct Case {
     const char* what;
     std::optional<std::string> bundle;
-    bool answers;
-    std::string line;
+    bool answers, promptShown, journalLocked;
+    std::string said;
   };
   const Case cases[] = {
-      {"unbundled", std::nullopt, true, "notify: unbundled process — nothing to withdraw\n"},
-      {"silent centre", "id", false, "notify: withdraw — Notification Center did not answer\n"},
-      {"no prompt", "id", true, "notify: withdraw — no meeting prompt on screen\n"},
+      {"unbundled", std::nullopt, true, true, false, "notify: unbundled process — nothing to withdraw\n"},
+      {"silent centre", "id", false, true, false, "notify: withdraw — Notification Center did not answer\n"},
+      {"no prompt", "id", true, false, false, "notify: withdraw — no meeting prompt on screen\n"},
+      {"journal locked", "id", true, true, true,
+       "notify: journal lock busy — leaving it to the holder\n"
+       "notify: withdraw — could not purge the click journal, leaving the prompt up\n"},
   };
-  center_.setDelivered({banner("note", NotifyClickPayload::make("/tmp/a.md"))});
   for (const auto& c : cases) {
+    std::vector<platform::DeliveredNotification> shown = {banner("note", NotifyClickPayload::make("/tmp/a.md"))};
+    if (c.promptShown) shown.push_back(banner("prompt", NotifyClickPayload::make("vela-app:record-start")));
+    center_.setDelivered(shown);
     desk_.setBundleIdentifier(c.bundle);
     center_.editScript([&](auto& s) { s.answersDelivered = c.answers; });
+    auto lock = c.journalLocked ? holdLock(NotifyClickJournal::lockFileName) : nullptr;
     captureStderr();
     EXPECT_EQ(withdrawMeetingPrompts(std::nullopt), 0) << c.what;
-    EXPECT_EQ(stderrText(), c.line) << c.what;
+    EXPECT_EQ(stderrText(), c.said) << c.what;
   }
   EXPECT_TRUE(center_.removed().empty());
 }

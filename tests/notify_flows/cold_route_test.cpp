@@ -1,5 +1,7 @@
 #include "notify/cold_route.h"
 
+#include <deque>
+
 #include "notify/click_payload.h"
 #include "tests/notify_flows/notify_flow_fixture.h"
 
@@ -7,132 +9,83 @@ namespace ac::notify::testing {
 namespace {
 
 using ColdRoute = NotifyFlowTest;
+using IDs = std::vector<std::string>;
 
 NotifyClickJournalEntry entry(const std::string& id, std::optional<std::string> token,
                               std::optional<double> expiresAt = std::nullopt) {
   return {id, std::move(token), wallSeconds() - 600, expiresAt};
 }
 
-TEST(JournalledClick, ResolvesOnlyWhatAColdLaunchCanKnow) {
-  const double now = 1'800'000'000;
-  struct Case {
-    const char* what;
-    NotifyClickJournalEntry e;
-    NotifyClickResult expected;
-  };
-  const Case cases[] = {
-      {"note path", entry("A", "/tmp/a.md"), NotifyClickTarget{ClickURL{"obsidian://open?path=%2Ftmp%2Fa.md"}}},
-      {"fresh prompt", entry("A", "vela-app:record-start", now + 1), NotifyClickTarget{ClickStartRecording{}}},
-      {"expired prompt", entry("A", "vela-app:record-start", now), NotifyClickRejection::expired},
-      {"tokenless", entry("A", std::nullopt), NotifyClickRejection::noTarget},
-      {"silence warning", entry("A", "vela-app:ignore-silence:TRANSCRIPT_PENDING_1_2"),
-       NotifyClickRejection::actionOnly},
-      {"hostile token", entry("A", "javascript:alert(1)"), NotifyClickRejection::notAbsolutePath},
-  };
-  for (const auto& c : cases) EXPECT_EQ(resolveJournalledClick(c.e, now), c.expected) << c.what;
-}
-
-TEST_F(ColdRoute, DeliveredRowsCarryTokensOnlyFromWellFormedEnvelopes) {
-  center_.setDelivered({banner("A", NotifyClickPayload::make("/tmp/a.md"), "cat", 5),
-                        banner("B", {{"vela_click_v", 2}, {"vela_click_target", "/tmp/b.md"}}),
-                        banner("C", nullptr)});
-  auto rows = deliveredNotificationRows(center_);
-  ASSERT_TRUE(rows);
-  EXPECT_EQ(*rows, (std::vector<DeliveredNotificationRow>{
-                       {"A", "cat", "/tmp/a.md", 5}, {"B", "", std::nullopt, 1'800'000'000}, {"C", "", std::nullopt, 1'800'000'000}}));
-  center_.editScript([&](auto& s) { s.answersDelivered = false; });
-  EXPECT_EQ(deliveredNotificationRows(center_, 0.05), std::nullopt);
-  EXPECT_EQ(deliveredNotificationIDs(center_, 0.05), std::nullopt);
-}
-
-class ColdRouteArms : public NotifyFlowTest {
- protected:
-  // Journals the entries, shows the delivered ones, routes, and returns what
-  // was said. The delivered query runs off the main queue: pump until it has
-  // had time to answer (or, scripted silent, to time out).
-  std::string route(const NotifyClickJournalEntries& journal, const std::vector<std::string>& delivered,
-                    double pumpSeconds = 0.3) {
-    std::vector<platform::DeliveredNotification> banners;
-    for (const auto& id : delivered) banners.push_back(banner(id, nullptr));
-    center_.setDelivered(banners);
-    NotifyClickJournal::update(NotifyClickJournal::defaultURL(), [&](NotifyClickJournalEntries) { return journal; });
-    captureStderr();
-    routeColdClickFromJournal(center_, once_, journal);
-    runMainQueueFor(pumpSeconds);
-    return stderrText();
-  }
-
-  NotifyClickOnce once_;
-  const NotifyClickJournalEntries journal_ = {entry("A", "/tmp/a.md"), entry("B", "/tmp/b.md"),
-                                              entry("C", std::nullopt)};
-};
-
-TEST_F(ColdRouteArms, OnlyTheOneBannerGoneIsRoutedAndSettled) {
-  captureStderr();
-  routeColdClickFromJournal(center_, once_, {});
-  EXPECT_EQ(stderrText(), "notify: cold route — journal=0, nothing outstanding\n");
-  // Nothing gone, or only a tokenless banner gone: nothing to route.
-  EXPECT_EQ(route(journal_, {"A", "B", "C"}), "notify: cold route — journal=3 delivered=3 resolution=nothing\n");
-  EXPECT_EQ(route(journal_, {"A", "B"}), "notify: cold route — journal=3 delivered=2 resolution=nothing\n");
-  EXPECT_TRUE(desk_.openedURLs().empty());
-  EXPECT_EQ(route(journal_, {"B", "C"}), "notify: cold route — journal=3 delivered=2 resolution=route\n");
-  EXPECT_EQ(desk_.openedURLs(), std::vector<std::string>{"obsidian://open?path=%2Ftmp%2Fa.md"});
-  auto left = NotifyClickJournal::read();
-  ASSERT_EQ(left.size(), 2u);
-  EXPECT_EQ(left[0].id, "B");
-}
-
-TEST_F(ColdRouteArms, TwoGoneOrNoAnswerOpenRecordingsNeverANote) {
+// Exactly one journalled banner gone is the click; two gone or no answer open
+// Recordings, never a note; a click claimed elsewhere is not acted on twice.
+TEST_F(ColdRoute, OnlyTheOneBannerGoneIsRoutedAndSettled) {
+  const NotifyClickJournalEntries abc = {entry("A", "/tmp/a.md"), entry("B", "/tmp/b.md"), entry("C", std::nullopt)};
+  const std::string route = "notify: cold route — journal=3 delivered=2 resolution=route\n";
   const std::string recordings =
       "notify: cold click could not be attributed to one banner — opening Recordings\n"
       "notify: no companion app to open\n";
-  EXPECT_EQ(route(journal_, {"C"}), "notify: cold route — journal=3 delivered=1 resolution=recordings\n" + recordings);
-  center_.editScript([&](auto& s) { s.answersDelivered = false; });
-  EXPECT_EQ(route(journal_, {}, deliveredQueryTimeoutSeconds + 0.3),
-            "notify: cold route — journal=3 delivered=no-answer resolution=recordings\n" + recordings);
-  EXPECT_TRUE(desk_.openedURLs().empty());
+  enum Twist { none, journalLocked, answeredByTheDelegate };
+  struct Case {
+    const char* what;
+    NotifyClickJournalEntries snapshot;
+    std::optional<IDs> delivered;  // absent: the centre does not answer
+    std::string said;
+    std::string journalLeft;
+    bool opensNote = false;
+    Twist twist = none;
+    std::optional<NotifyClickJournalEntries> file = {};  // the journal by the time of the claim, when not the snapshot
+  };
+  const Case cases[] = {
+      {"empty journal", {}, IDs{}, "notify: cold route — journal=0, nothing outstanding\n", ""},
+      {"nothing gone", abc, IDs{"A", "B", "C"}, "notify: cold route — journal=3 delivered=3 resolution=nothing\n",
+       "A,B,C"},
+      {"a tokenless banner gone", abc, IDs{"A", "B"},
+       "notify: cold route — journal=3 delivered=2 resolution=nothing\n", "A,B,C"},
+      {"one gone", abc, IDs{"B", "C"}, route, "B,C", true},
+      {"two gone", abc, IDs{"C"}, "notify: cold route — journal=3 delivered=1 resolution=recordings\n" + recordings,
+       "A,B,C"},
+      {"no answer", abc, std::nullopt,
+       "notify: cold route — journal=3 delivered=no-answer resolution=recordings\n" + recordings, "A,B,C"},
+      {"claimed by another launch", abc, IDs{"B", "C"}, route + "notify: cold click already claimed by another launch\n",
+       "B,C", false, none, NotifyClickJournalEntries{abc[1], abc[2]}},
+      {"journal locked", abc, IDs{"B", "C"},
+       route +
+           "notify: journal lock busy — leaving it to the holder\n"
+           "notify: click claimed but the journal could not be updated — routing anyway\n",
+       "A,B,C", true, journalLocked},
+      {"the delegate answered first", abc, IDs{"B", "C"}, route, "B,C", false, answeredByTheDelegate},
+      {"an expired prompt gone", {entry("P", "vela-app:record-start", wallSeconds() - 1), entry("B", "x")}, IDs{"B"},
+       "notify: cold route — journal=2 delivered=1 resolution=route\n"
+       "notify: journalled click carried no routable target (expired)\n",
+       "B"},
+      {"a silence warning gone", {entry("S", "vela-app:ignore-silence:TRANSCRIPT_PENDING_1_2"), entry("B", "x")},
+       IDs{"B"},
+       "notify: cold route — journal=2 delivered=1 resolution=route\n"
+       "notify: journalled click carried no routable target (action-only-target)\n",
+       "B"},
+  };
+  std::deque<NotifyClickOnce> onces;  // each outlives its route's queued work
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    std::vector<platform::DeliveredNotification> banners;
+    for (const auto& id : c.delivered.value_or(IDs{})) banners.push_back(banner(id, nullptr));
+    center_.setDelivered(banners);
+    center_.editScript([&](auto& s) { s.answersDelivered = c.delivered.has_value(); });
+    NotifyClickJournal::update(NotifyClickJournal::defaultURL(), [&](auto) { return c.file.value_or(c.snapshot); });
+    auto lock = c.twist == journalLocked ? holdLock(NotifyClickJournal::lockFileName) : nullptr;
+    auto& once = onces.emplace_back();
+    if (c.twist == answeredByTheDelegate) once.take();
+    const size_t opened = desk_.openedURLs().size();
+    captureStderr();
+    routeColdClickFromJournal(center_, once, c.snapshot);
+    runMainQueueFor(c.delivered ? 0.3 : deliveredQueryTimeoutSeconds + 0.3);
+    EXPECT_EQ(stderrText(), c.said);
+    EXPECT_EQ(desk_.openedURLs().size() - opened, c.opensNote ? 1u : 0u);
+    lock.reset();
+    EXPECT_EQ(journalIDs(), c.journalLeft);
+  }
+  EXPECT_EQ(desk_.openedURLs().at(0), "obsidian://open?path=%2Ftmp%2Fa.md");
   EXPECT_EQ(desk_.distributed().size(), 2u);
-}
-
-TEST_F(ColdRouteArms, AClickAnotherLaunchClaimedIsLost) {
-  center_.setDelivered({banner("B", nullptr), banner("C", nullptr)});
-  // Another launch already settled A out of the journal.
-  NotifyClickJournal::update(NotifyClickJournal::defaultURL(),
-                             [&](NotifyClickJournalEntries) { return NotifyClickJournalEntries{journal_[1], journal_[2]}; });
-  captureStderr();
-  routeColdClickFromJournal(center_, once_, journal_);
-  runMainQueueFor(0.3);
-  EXPECT_EQ(stderrText(),
-            "notify: cold route — journal=3 delivered=2 resolution=route\n"
-            "notify: cold click already claimed by another launch\n");
-  EXPECT_TRUE(desk_.openedURLs().empty());
-}
-
-TEST_F(ColdRouteArms, AJournalThatCannotBeUpdatedStillRoutes) {
-  NotifyClickJournal::update(NotifyClickJournal::defaultURL(), [&](NotifyClickJournalEntries) { return journal_; });
-  center_.setDelivered({banner("B", nullptr), banner("C", nullptr)});
-  auto lock = holdLock(NotifyClickJournal::lockFileName);
-  captureStderr();
-  routeColdClickFromJournal(center_, once_, journal_);
-  runMainQueueFor(0.3);
-  EXPECT_EQ(stderrText(),
-            "notify: cold route — journal=3 delivered=2 resolution=route\n"
-            "notify: journal lock busy — leaving it to the holder\n"
-            "notify: click claimed but the journal could not be updated — routing anyway\n");
-  EXPECT_EQ(desk_.openedURLs().size(), 1u);
-}
-
-TEST_F(ColdRouteArms, TheDelegateAnsweringFirstWins) {
-  ASSERT_TRUE(once_.take());
-  EXPECT_EQ(route(journal_, {"B", "C"}), "notify: cold route — journal=3 delivered=2 resolution=route\n");
-  EXPECT_TRUE(desk_.openedURLs().empty());
-}
-
-TEST_F(ColdRouteArms, AColdSilenceWarningIsRefusedNotGuessed) {
-  NotifyClickJournalEntries journal = {entry("S", "vela-app:ignore-silence:TRANSCRIPT_PENDING_1_2"), entry("B", "x")};
-  EXPECT_EQ(route(journal, {"B"}),
-            "notify: cold route — journal=2 delivered=1 resolution=route\n"
-            "notify: journalled click carried no routable target (action-only-target)\n");
 }
 
 }  // namespace

@@ -72,15 +72,25 @@ class NotifyFlowTest : public ::testing::Test {
     test::ScratchDir::write(path, text, executable);
   }
 
+  // The journal's identifiers, comma-separated.
+  static std::string journalIDs() {
+    std::string out;
+    for (const auto& e : NotifyClickJournal::read()) out += (out.empty() ? "" : ",") + e.id;
+    return out;
+  }
+  std::vector<std::string> categoryIDs() const {
+    std::vector<std::string> out;
+    for (const auto& c : center_.categories()) out.push_back(c.identifier);
+    return out;
+  }
+
   // A banner as the centre lists it.
   static platform::DeliveredNotification banner(const std::string& id, const nlohmann::json& userInfo,
                                                 const std::string& category = "", double at = 1'800'000'000) {
-    platform::DeliveredNotification d;
-    d.requestIdentifier = id;
-    d.content.userInfo = userInfo;
-    d.content.categoryIdentifier = category;
-    d.deliveryDate = at;
-    return d;
+    platform::NotificationContent content;
+    content.userInfo = userInfo;
+    content.categoryIdentifier = category;
+    return {id, content, at};
   }
 
   test::ScratchDir scratch_;

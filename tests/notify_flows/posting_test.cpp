@@ -14,71 +14,64 @@ NotifyRequest request(std::optional<std::string> token, bool allowAuth = true, b
   return {"Title", "Body", std::move(token), std::nullopt, allowAuth, meeting};
 }
 
-TEST_F(Posting, UnbundledProcessPostsAndJournalsNothing) {
+TEST_F(Posting, UnbundledOrFailedPostsAreSaidAndNotJournalled) {
   desk_.setBundleIdentifier(std::nullopt);
   captureStderr();
   EXPECT_EQ(postNotifyBanner(request("/tmp/a.md")), std::nullopt);
-  EXPECT_EQ(stderrText(), "notify: unbundled process — skipping post\n");
-  EXPECT_TRUE(center_.added().empty());
+  desk_.setBundleIdentifier("com.quorlan.vela.audio-capture");
+  center_.editScript([&](auto& s) { s.addError = Error{"test", 1, "boom"}; });
+  postNotifyBanner(request("/tmp/a.md"));
+  EXPECT_EQ(stderrText(), "notify: unbundled process — skipping post\nnotify: add failed: boom\n");
+  EXPECT_EQ(center_.added().size(), 1u);  // the failed add only
   EXPECT_TRUE(NotifyClickJournal::read().empty());
 }
 
-TEST_F(Posting, NoPromptSkipsUndecidedWithoutAskingAndNoCentreEndsAtOnce) {
+TEST_F(Posting, UndecidedIsAskedForAlertAndSoundOnlyWhenAllowedAndNoCentreEndsAtOnce) {
   center_.editScript([&](auto& s) { s.status = 0; s.statusAfterRequest = 2; });
   captureStderr();
   EXPECT_EQ(postNotifyBanner(request("/tmp/a.md", /*allowAuth=*/false)), notifyPlainLingerSeconds);
   EXPECT_EQ(stderrText(), "notify: skipped (auth=notDetermined)\n");
-  EXPECT_EQ(center_.authorizationRequests(), 0);
-  EXPECT_TRUE(center_.added().empty());
   EXPECT_EQ(readFile(statePath("notif-auth-status")), "notDetermined");
+  EXPECT_TRUE(center_.added().empty());
+  EXPECT_FALSE(center_.lastRequestOptions());
+
+  EXPECT_EQ(postNotifyBanner(request("/tmp/a.md")), notifyClickableLingerSeconds);
+  auto asked = center_.lastRequestOptions();
+  ASSERT_TRUE(asked);
+  EXPECT_EQ(std::tuple(asked->alert, asked->sound, asked->badge), std::tuple(true, true, false));
+  EXPECT_EQ(center_.added().size(), 1u);
+  EXPECT_EQ(readFile(statePath("notif-auth-status")), "authorized");
   // A centre that is not there hands this process no click: no linger.
   center_.editScript([&](auto& s) { s.status = platform::kNotificationAuthorizationUnavailable; });
   EXPECT_EQ(postNotifyBanner(request("/tmp/a.md")), std::nullopt);
 }
 
-TEST_F(Posting, UndecidedAsksForAlertAndSoundThenPosts) {
-  center_.editScript([&](auto& s) { s.status = 0; s.statusAfterRequest = 2; });
-  EXPECT_EQ(postNotifyBanner(request("/tmp/a.md")), notifyClickableLingerSeconds);
-  ASSERT_TRUE(center_.lastRequestOptions());
-  EXPECT_TRUE(center_.lastRequestOptions()->alert);
-  EXPECT_TRUE(center_.lastRequestOptions()->sound);
-  EXPECT_FALSE(center_.lastRequestOptions()->badge);
-  EXPECT_EQ(center_.added().size(), 1u);
-  EXPECT_EQ(readFile(statePath("notif-auth-status")), "authorized");
-}
-
-TEST_F(Posting, FailedAddIsSaidAndNotJournalled) {
-  center_.editScript([&](auto& s) { s.addError = Error{"test", 1, "boom"}; });
-  captureStderr();
-  postNotifyBanner(request("/tmp/a.md"));
-  EXPECT_EQ(stderrText(), "notify: add failed: boom\n");
-  EXPECT_TRUE(NotifyClickJournal::read().empty());
-}
-
-TEST_F(Posting, ClickableBannerCarriesExactlyTheEnvelopeAndIsJournalled) {
-  postNotifyBanner(request("/tmp/a.md"));
-  ASSERT_EQ(center_.added().size(), 1u);
-  const auto added = center_.added()[0];
-  EXPECT_EQ(added.content.userInfo, (nlohmann::json{{"vela_click_v", 1}, {"vela_click_target", "/tmp/a.md"}}));
-  EXPECT_EQ(added.content.categoryIdentifier, "");
-  EXPECT_EQ(added.content.soundName, "");
-  auto journal = NotifyClickJournal::read();
-  ASSERT_EQ(journal.size(), 1u);
-  EXPECT_EQ(journal[0].id, added.identifier);
-  EXPECT_EQ(journal[0].token, "/tmp/a.md");
-  EXPECT_EQ(journal[0].expiresAt, std::nullopt);
-}
-
-TEST_F(Posting, PlainBannerHasNoUserInfoAndIsJournalledTokenless) {
-  NotifyRequest plain = request(std::nullopt);
-  plain.soundName = "Glass";
-  EXPECT_EQ(postNotifyBanner(plain), notifyPlainLingerSeconds);
-  ASSERT_EQ(center_.added().size(), 1u);
-  EXPECT_TRUE(center_.added()[0].content.userInfo.is_null());
-  EXPECT_EQ(center_.added()[0].content.soundName, "Glass");
-  auto journal = NotifyClickJournal::read();
-  ASSERT_EQ(journal.size(), 1u);
-  EXPECT_EQ(journal[0].token, std::nullopt);
+// A later cold launch routes through the journal: every banner is journalled,
+// a plain one tokenless.
+TEST_F(Posting, EachBannerCarriesExactlyItsEnvelopeAndIsJournalled) {
+  struct Case {
+    std::optional<std::string> token;
+    bool meeting;
+    nlohmann::json userInfo;
+    double linger;
+  };
+  const Case cases[] = {
+      {"/tmp/a.md", false, {{"vela_click_v", 1}, {"vela_click_target", "/tmp/a.md"}}, notifyClickableLingerSeconds},
+      {std::nullopt, false, nullptr, notifyPlainLingerSeconds},
+      // The meeting flag counts on a record-start prompt only.
+      {"vela-app:recordings", true, {{"vela_click_v", 1}, {"vela_click_target", "vela-app:recordings"}},
+       notifyClickableLingerSeconds},
+  };
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    NotifyRequest r = request(cases[i].token, true, cases[i].meeting);
+    r.soundName = "Glass";
+    EXPECT_EQ(postNotifyBanner(r), cases[i].linger);
+    const auto added = center_.added().at(i);
+    EXPECT_EQ(added.content.userInfo, cases[i].userInfo);
+    EXPECT_EQ(added.content.categoryIdentifier + "|" + added.content.soundName, "|Glass");
+    const auto journalled = NotifyClickJournal::read().at(i);
+    EXPECT_EQ(journalled, (NotifyClickJournalEntry{added.identifier, cases[i].token, journalled.at, std::nullopt}));
+  }
 }
 
 // The recorder's notices (disk full, microphone lost): a plain banner with its
@@ -103,56 +96,48 @@ TEST_F(Posting, RecorderNoticeIsAPlainBannerUnlessBannersAreOff) {
   EXPECT_EQ(center_.added().size(), 1u);
 }
 
+// Without the category registry's lock the prompt still goes up, without its
+// actions.
 TEST_F(Posting, MeetingPromptGetsItsOwnCategoryAndAnExpiry) {
   writeFile(home_ + "/.config/vela/template-shortcuts.json", R"({"v":1,"shortcuts":[{"id":"t1","name":"Standup"}]})");
   center_.setCategoriesDirectly({{"foreign.category", {}, false}});
-  captureStderr();
-  postNotifyBanner(request("vela-app:record-start", true, /*meeting=*/true));
-  std::string err = stderrText();
-  ASSERT_EQ(center_.added().size(), 1u);
-  const auto content = center_.added()[0].content;
-  EXPECT_TRUE(content.categoryIdentifier.starts_with("vela.meeting."));
-  EXPECT_EQ(err, "notify: meeting prompt — 2 action(s), category=" + content.categoryIdentifier + "\n");
-  double expires = content.userInfo.at("vela_click_expires_at").get<double>();
-  EXPECT_NEAR(expires, wallSeconds() + MeetingBanner::ttl, 5);
-  auto categories = center_.categories();
-  ASSERT_EQ(categories.size(), 2u);
-  EXPECT_EQ(categories[0].identifier, content.categoryIdentifier);
-  EXPECT_EQ(categories[0].actions.size(), 2u);
-  EXPECT_EQ(categories[1].identifier, "foreign.category");
-  EXPECT_EQ(NotifyClickJournal::read().at(0).expiresAt, expires);
-}
-
-TEST_F(Posting, BusyCategoryLockPostsThePromptWithoutActions) {
   auto lock = holdLock(notifyCategoryLockFileName);
   captureStderr();
-  postNotifyBanner(request("vela-app:record-start", true, true));
-  EXPECT_EQ(stderrText(),
-            "notify: category registry lock busy — posting without actions\n"
-            "notify: meeting prompt — 1 action(s), category=<none>\n");
-  ASSERT_EQ(center_.added().size(), 1u);
+  postNotifyBanner(request("vela-app:record-start", true, /*meeting=*/true));
+  lock.reset();
+  postNotifyBanner(request("vela-app:record-start", true, /*meeting=*/true));
+  std::string err = stderrText();
+  ASSERT_EQ(center_.added().size(), 2u);
   EXPECT_EQ(center_.added()[0].content.categoryIdentifier, "");
-  EXPECT_EQ(center_.setCategoriesCalls(), 0);
-}
-
-TEST_F(Posting, MeetingFlagIsIgnoredForOtherTokens) {
-  postNotifyBanner(request("vela-app:recordings", true, true));
-  EXPECT_EQ(center_.added().at(0).content.categoryIdentifier, "");
-  EXPECT_FALSE(center_.added().at(0).content.userInfo.contains("vela_click_expires_at"));
+  const auto content = center_.added()[1].content;
+  EXPECT_TRUE(content.categoryIdentifier.starts_with("vela.meeting."));
+  EXPECT_EQ(err,
+            "notify: category registry lock busy — posting without actions\n"
+            "notify: meeting prompt — 2 action(s), category=<none>\n"
+            "notify: meeting prompt — 2 action(s), category=" + content.categoryIdentifier + "\n");
+  double expires = content.userInfo.at("vela_click_expires_at").get<double>();
+  EXPECT_NEAR(expires, wallSeconds() + MeetingBanner::ttl, 5);
+  EXPECT_EQ(categoryIDs(), (std::vector<std::string>{content.categoryIdentifier, "foreign.category"}));
+  EXPECT_EQ(center_.categories()[0].actions.size(), 2u);
+  EXPECT_EQ(NotifyClickJournal::read().at(1).expiresAt, expires);
 }
 
 TEST_F(Posting, SilenceWarningCarriesItsCategoryUnlessTheRegistryIsUnreadable) {
   const std::string token = "vela-app:ignore-silence:TRANSCRIPT_PENDING_1792530208_4242";
+  center_.setCategoriesDirectly({{"vela.meeting.1.X", {}, false}});
   postNotifyBanner(request(token));
-  EXPECT_EQ(center_.added().at(0).content.categoryIdentifier, "vela.silence-warning");
-  EXPECT_EQ(center_.categories().at(0).actions.size(), 4u);
+  postNotifyBanner(request(token));
+  EXPECT_EQ(center_.added().at(1).content.categoryIdentifier, "vela.silence-warning");
+  // It joins the categories there are, once.
+  EXPECT_EQ(categoryIDs(), (std::vector<std::string>{"vela.meeting.1.X", "vela.silence-warning"}));
+  EXPECT_EQ(center_.categories()[1].actions.size(), 4u);
 
   center_.editScript([&](auto& s) { s.answersCategories = false; });
   captureStderr();
   postNotifyBanner(request(token));
   EXPECT_EQ(stderrText(),
             "notify: could not read the category registry — posting the silence warning without its action\n");
-  EXPECT_EQ(center_.added().at(1).content.categoryIdentifier, "");
+  EXPECT_EQ(center_.added().at(2).content.categoryIdentifier, "");
 }
 
 }  // namespace

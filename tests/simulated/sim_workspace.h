@@ -33,10 +33,7 @@ class SimWorkspace final : public platform::Workspace {
   // An absent path uninstalls the application.
   void setApplication(const std::string& bundleIdentifier, std::optional<std::string> path) {
     std::lock_guard lock(mutex_);
-    if (path)
-      applications_[bundleIdentifier] = *path;
-    else
-      applications_.erase(bundleIdentifier);
+    applications_[bundleIdentifier] = std::move(path);
   }
   void setLaunchError(std::optional<Error> error) { writeLocked(mutex_, launchError_, std::move(error)); }
 
@@ -57,7 +54,7 @@ class SimWorkspace final : public platform::Workspace {
   std::optional<std::string> applicationPath(const std::string& bundleIdentifier) override {
     std::lock_guard lock(mutex_);
     auto it = applications_.find(bundleIdentifier);
-    return it == applications_.end() ? std::nullopt : std::optional<std::string>(it->second);
+    return it == applications_.end() ? std::nullopt : it->second;
   }
   std::optional<Error> openApplication(const std::string& appPath, const std::vector<std::string>& args) override {
     std::lock_guard lock(mutex_);
@@ -73,7 +70,7 @@ class SimWorkspace final : public platform::Workspace {
   mutable std::mutex mutex_;
   std::optional<std::string> bundleIdentifier_ = std::string("com.quorlan.vela.audio-capture");
   std::string bundlePath_ = "/nonexistent/audio-capture-src/bin";
-  std::map<std::string, std::string> applications_;
+  std::map<std::string, std::optional<std::string>> applications_;
   std::optional<Error> launchError_;
   std::vector<std::string> openedURLs_;
   std::vector<Launch> launches_;
