@@ -74,7 +74,18 @@ std::optional<double> coldLaunch(const Scratch& s) {
   }
   ::close(out[0]);
   if (spawned.child) spawned.child->terminate(10);
+  ::unlink(s.path("cold.m4a").c_str());  // the recorder never overwrites a file
   return ms;
+}
+
+// A launch that did not answer as it should: why, and the end of its log.
+std::nullopt_t failed(Recording& r, const char* what) {
+  r.stop(SIGTERM);
+  ::unlink(r.outputPath.c_str());
+  const std::string log = r.log();
+  std::fprintf(stderr, "armed_bench: launch failed: %s; its log ends:\n%s\n", what,
+               log.substr(log.size() > 2000 ? log.size() - 2000 : 0).c_str());
+  return std::nullopt;
 }
 
 struct ArmedRun {
@@ -85,7 +96,7 @@ struct ArmedRun {
 std::optional<ArmedRun> armedLaunch(const Scratch& s, bench::TimedClicks& clicks, uint32_t seed) {
   ArmedOwner owner(s);
   Recording r(s, owner.armedArgs());
-  if (owner.nextLine() != "armed, pid=" + std::to_string(r.pid())) return std::nullopt;
+  if (owner.nextLine() != "armed, pid=" + std::to_string(r.pid())) return failed(r, "no \"armed\" line");
   sleepSeconds(0.3);  // armed and idle, as it waits for the user
   clicks.start(seed);
   sleepSeconds(0.1);  // the clicks play before go: the capture cuts into them
@@ -93,13 +104,14 @@ std::optional<ArmedRun> armedLaunch(const Scratch& s, bench::TimedClicks& clicks
   owner.send("go\n");
   const std::optional<std::string> ready = owner.nextLine();
   const double readyAt = monotonicSeconds();
-  if (ready != "ready, pid=" + std::to_string(r.pid())) return std::nullopt;
+  if (ready != "ready, pid=" + std::to_string(r.pid())) return failed(r, "no \"ready\" line");
   sleepSeconds(0.8);
   owner.closeGo();
   r.wait(20);
   clicks.stop();
   ArmedRun run{(readyAt - go) * 1000, std::nullopt};
   std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
+  ::unlink(r.outputPath.c_str());
   if (tracks.empty()) return run;
   // The file's edit list skips the encoder priming: decoded time is time
   // since the first captured sample.
@@ -125,6 +137,7 @@ std::optional<double> switchGap(const Scratch& s) {
   r.stop(SIGTERM);
   setDefaultSink(s, "speaker");
   std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
+  ::unlink(r.outputPath.c_str());
   if (tracks.empty()) return std::nullopt;
   // Sample by sample: a 1 kHz tone at half scale stays under the floor for
   // some 30 microseconds around each zero crossing only.
