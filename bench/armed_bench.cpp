@@ -31,7 +31,9 @@ using namespace ac::e2e;
 
 namespace {
 
-constexpr double kGoalReadyMs = 5, kGoalColdRatio = 20, kGoalGapMs = 100;
+// go -> ready, by server: answered from what the recorder already holds.
+constexpr double kGoalReadyMsPulseAudio = 1.5, kGoalReadyMsPipeWire = 3;
+constexpr double kGoalColdRatio = 20, kGoalGapMs = 100;
 constexpr int kSwitchRuns = 5;
 constexpr double kToneHz = 1000;
 
@@ -184,9 +186,10 @@ int main(int argc, char** argv) {
   print("go -> \"ready, pid=\"", ready);
   print("go -> first sample in the file", firstSample);
   print("cold launch -> \"pid=\"", cold);
+  const double goalReadyMs = onPipeWire(s) ? kGoalReadyMsPipeWire : kGoalReadyMsPulseAudio;
   const double ratio = spread(cold).median / std::max(1e-9, spread(ready).median);
-  std::printf("  cold launch / go->ready: %.0fx (goal: go->ready under %.0f ms: %s; at least %.0fx: %s)\n", ratio,
-              kGoalReadyMs, spread(ready).median < kGoalReadyMs ? "met" : "MISSED", kGoalColdRatio,
+  std::printf("  cold launch / go->ready: %.0fx (goal: go->ready at most %.1f ms: %s; at least %.0fx: %s)\n", ratio,
+              goalReadyMs, spread(ready).median <= goalReadyMs ? "met" : "MISSED", kGoalColdRatio,
               ratio >= kGoalColdRatio ? "met" : "MISSED");
   std::printf("default-sink switch mid-recording:\n");
   print("silence in the system track", gaps);

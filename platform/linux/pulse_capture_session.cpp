@@ -196,10 +196,8 @@ void PulseCaptureSession::applyLocked() {
   if (activeInput_ == pendingInput_) return;
   activeInput_ = pendingInput_;
   reconnect_.cancel();
-  if (!running_) {
-    prepareStreamLocked();
-    return;
-  }
+  // Not running: the next start opens the stream on the new input.
+  if (!running_) return;
   // The swap: the stream moves to the new source (or stops without one).
   closeStreamLocked();
   running_ = !(activeInput_ && output_) || openStreamLocked();

@@ -11,10 +11,10 @@
 // within the window, the same source is recorded again and the session runs
 // on; gone for good, the session stops with the service-reset kind.
 //
-// A configured session that is not running holds its stream ready, corked
-// (PulseRecordStream::prepare): an armed recorder sets its session up long
-// before "go", and startRunning() then only uncorks it. Stopping, or a
-// change of input, drops it.
+// A session given its output after its input, not running, makes its
+// stream ready, corked (PulseRecordStream::prepare): an armed recorder sets
+// its session up long before "go", and startRunning() then only uncorks it.
+// Stopping drops it; a start on another input or format makes it afresh.
 #pragma once
 
 #include <array>
