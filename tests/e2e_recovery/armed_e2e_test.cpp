@@ -1,8 +1,9 @@
 // Armed launches through the real FIFOs: "go" records until the owner closes
-// the go pipe; and many launches, each with one rival of "go"
-// (SIGTERM, SIGINT, the owner leaving, the default input changing) at a
-// random moment around it, each end exactly one way: one outcome line on
-// the status pipe, exit status 0, and a file only when it recorded.
+// the go pipe, on the default output of the moment; and many launches, each
+// with one rival of "go" (SIGTERM, SIGINT, the owner leaving, the default
+// input changing) at a random moment around it, each end exactly one way:
+// one outcome line on the status pipe, exit status 0, and a file only when
+// it recorded.
 #include <signal.h>
 
 #include <cstdlib>
@@ -77,6 +78,29 @@ TEST_F(ArmedE2E, GoRecordsBothSourcesUntilTheOwnerClosesTheGoPipe) {
   for (const Pcm& track : tracks) EXPECT_NEAR(track.seconds(), recorded, 0.15) << "track at " << track.rate << " Hz";
   EXPECT_GT(toneAmplitude(tracks[0], kSystemHz), 0.05);
   EXPECT_GT(toneAmplitude(tracks[1], kMicHz), 0.05);
+}
+
+TEST_F(ArmedE2E, ADefaultOutputChosenWhileArmedIsTheOneRecordedFromGo) {
+  // Only the new default plays: a recording of the old one holds no tone.
+  auto headset = tone("headset", kSystemHz, 8);
+  ArmedOwner owner(s);
+  std::vector<std::string> args = owner.armedArgs();
+  args.push_back("--no-mic");
+  Recording r(s, args);
+  const std::string pid = std::to_string(r.pid());
+  ASSERT_EQ(owner.nextLine(), "armed, pid=" + pid);
+  ASSERT_TRUE(setDefaultSink(s, "headset"));
+  ASSERT_TRUE(waitForLine(r, "aggregate rebuilt successfully (output=headset)", 5)) << r.log();
+  owner.send("go\n");
+  ASSERT_EQ(owner.nextLine(), "ready, pid=" + pid);
+  sleepSeconds(1.5);
+  owner.closeGo();
+  EXPECT_EQ(r.wait(20).status, 0);
+  EXPECT_TRUE(inOrder(r.log(), {"aggregate rebuilt successfully (output=headset)", "system IOProc started"}))
+      << r.log();
+  std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
+  ASSERT_EQ(tracks.size(), 1u);
+  EXPECT_GT(toneAmplitude(tracks[0], kSystemHz), 0.05);
 }
 
 TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
