@@ -196,8 +196,12 @@ void PulseCaptureSession::applyLocked() {
   if (activeInput_ == pendingInput_) return;
   activeInput_ = pendingInput_;
   reconnect_.cancel();
-  // Not running: the next start opens the stream on the new input.
-  if (!running_) return;
+  if (!running_) {
+    // A stream made ahead was for the old input; the next start opens one
+    // on the new input.
+    closeStreamLocked();
+    return;
+  }
   // The swap: the stream moves to the new source (or stops without one).
   closeStreamLocked();
   running_ = !(activeInput_ && output_) || openStreamLocked();
