@@ -29,7 +29,9 @@ using namespace ac::e2e;
 
 namespace {
 
-constexpr double kGoalReadyMs = 5, kGoalColdRatio = 20, kGoalGapMs = 100;
+// go -> ready, by server: answered from what the recorder already holds.
+constexpr double kGoalReadyMsPulseAudio = 1.5, kGoalReadyMsPipeWire = 3;
+constexpr double kGoalColdRatio = 20, kGoalGapMs = 100;
 constexpr int kSwitchRuns = 5;
 constexpr double kToneHz = 1000;
 
@@ -70,7 +72,18 @@ std::optional<double> coldLaunch(const Scratch& s) {
   }
   ::close(out[0]);
   if (spawned.child) spawned.child->terminate(10);
+  ::unlink(s.path("cold.m4a").c_str());  // the recorder never overwrites a file
   return ms;
+}
+
+// A launch that did not answer as it should: why, and the end of its log.
+std::nullopt_t failed(Recording& r, const char* what) {
+  r.stop(SIGTERM);
+  ::unlink(r.outputPath.c_str());
+  const std::string log = r.log();
+  std::fprintf(stderr, "armed_bench: launch failed: %s; its log ends:\n%s\n", what,
+               log.substr(log.size() > 2000 ? log.size() - 2000 : 0).c_str());
+  return std::nullopt;
 }
 
 struct ArmedRun {
@@ -81,7 +94,7 @@ struct ArmedRun {
 std::optional<ArmedRun> armedLaunch(const Scratch& s, bench::TimedClicks& clicks, uint32_t seed) {
   ArmedOwner owner(s);
   Recording r(s, owner.armedArgs());
-  if (owner.nextLine() != "armed, pid=" + std::to_string(r.pid())) return std::nullopt;
+  if (owner.nextLine() != "armed, pid=" + std::to_string(r.pid())) return failed(r, "no \"armed\" line");
   sleepSeconds(0.3);  // armed and idle, as it waits for the user
   clicks.start(seed);
   sleepSeconds(0.1);  // the clicks play before go: the capture cuts into them
@@ -89,13 +102,14 @@ std::optional<ArmedRun> armedLaunch(const Scratch& s, bench::TimedClicks& clicks
   owner.send("go\n");
   const std::optional<std::string> ready = owner.nextLine();
   const double readyAt = monotonicSeconds();
-  if (ready != "ready, pid=" + std::to_string(r.pid())) return std::nullopt;
+  if (ready != "ready, pid=" + std::to_string(r.pid())) return failed(r, "no \"ready\" line");
   sleepSeconds(0.8);
   owner.closeGo();
   r.wait(20);
   clicks.stop();
   ArmedRun run{(readyAt - go) * 1000, std::nullopt};
   std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
+  ::unlink(r.outputPath.c_str());
   if (tracks.empty()) return run;
   // The file's edit list skips the encoder priming: decoded time is time
   // since the first captured sample.
@@ -121,6 +135,7 @@ std::optional<double> switchGap(const Scratch& s) {
   r.stop(SIGTERM);
   pactl(s, {"set-default-sink", "speaker"});
   std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
+  ::unlink(r.outputPath.c_str());
   if (tracks.empty()) return std::nullopt;
   // Sample by sample: a 1 kHz tone at half scale stays under the floor for
   // some 30 microseconds around each zero crossing only.
@@ -166,9 +181,10 @@ int main(int argc, char** argv) {
   print("go -> \"ready, pid=\"", ready);
   print("go -> first sample in the file", firstSample);
   print("cold launch -> \"pid=\"", cold);
+  const double goalReadyMs = onPipeWire(s) ? kGoalReadyMsPipeWire : kGoalReadyMsPulseAudio;
   const double ratio = spread(cold).median / std::max(1e-9, spread(ready).median);
-  std::printf("  cold launch / go->ready: %.0fx (goal: go->ready under %.0f ms: %s; at least %.0fx: %s)\n", ratio,
-              kGoalReadyMs, spread(ready).median < kGoalReadyMs ? "met" : "MISSED", kGoalColdRatio,
+  std::printf("  cold launch / go->ready: %.0fx (goal: go->ready at most %.1f ms: %s; at least %.0fx: %s)\n", ratio,
+              goalReadyMs, spread(ready).median <= goalReadyMs ? "met" : "MISSED", kGoalColdRatio,
               ratio >= kGoalColdRatio ? "met" : "MISSED");
   std::printf("default-sink switch mid-recording:\n");
   print("silence in the system track", gaps);

@@ -78,7 +78,11 @@ void refreshAfterFormatChange(State& s, const platform::StreamFormat& fresh) {
 }  // namespace
 
 void installDefaultOutputListener(State& s) {
-  installListener(s, kDeviceSlot, platform::kAudioObjectSystemObject, handleDefaultOutputChange);
+  if (!installListener(s, kDeviceSlot, platform::kAudioObjectSystemObject, handleDefaultOutputChange)) return;
+  std::weak_ptr<State> weak = s.self;
+  s.deviceWatchQueue->async([weak] {
+    if (auto state = weak.lock()) handleDefaultOutputChange(*state);
+  });
 }
 
 void removeDefaultOutputListener(State& s) {
@@ -180,6 +184,12 @@ bool rebuildAggregate(State& s, const std::string& newOutputUID) {
     refreshTapTopology(s, "rebuild", std::nullopt, true, fresh, newOutputUID);
   }
 
+  if (!s.started) {
+    // Nothing records yet: start() records the new aggregate.
+    s.aggID = fresh;
+    s.currentOutputUID = newOutputUID;
+    return true;
+  }
   platform::IOProcID proc = 0;
   OSStatus st = createSystemIOProc(s, fresh, proc);
   if (st != 0 || proc == 0) {

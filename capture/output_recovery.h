@@ -10,9 +10,10 @@
 
 namespace ac::capture {
 
-// Listeners deliver on the state's device-watch queue. Installing the
-// tap-format listener also queues one check, for a change that happened
-// before the listener existed. Callers: not the device-watch queue.
+// Listeners deliver on the state's device-watch queue. Installing either
+// listener also queues one check, for a change that happened before the
+// listener existed (while an armed recorder waited for go, say). Callers:
+// not the device-watch queue.
 void installDefaultOutputListener(SystemCapture::State& s);
 void removeDefaultOutputListener(SystemCapture::State& s);
 void installTapFormatListener(SystemCapture::State& s);
@@ -24,8 +25,9 @@ void handleDefaultOutputChange(SystemCapture::State& s);
 // Restarts the IOProc to adopt a new, usable tap format.
 void handleTapFormatChange(SystemCapture::State& s);
 
-// Replaces the aggregate (and its IOProc) with one on newOutputUID. The
-// caller holds the rebuild lock.
+// Replaces the aggregate (and its IOProc) with one on newOutputUID; before
+// start() only the aggregate, which start() then records. The caller holds
+// the rebuild lock.
 bool rebuildAggregate(SystemCapture::State& s, const std::string& newOutputUID);
 
 // Posts "System audio stopped" at most once per recording.

@@ -92,6 +92,7 @@ platform::StreamFormat SystemCapture::systemFormat() const {
 void SystemCapture::start() {
   State& s = *state_;
   std::lock_guard lock(s.rebuildLock);
+  s.started = true;
   platform::IOProcID proc = 0;
   platform::OSStatus st = createSystemIOProc(s, s.aggID, proc);
   if (st != 0 || proc == 0) throw CaptureError(st, "AudioDeviceCreateIOProcIDWithBlock failed");

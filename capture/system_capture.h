@@ -72,7 +72,9 @@ class SystemCapture {
   // "AudioDeviceStart failed"); a proc that failed to start is kept for
   // teardown.
   void start();
-  // Default-output and tap-format listeners (installed after start()).
+  // Default-output and tap-format listeners. Installed before start() (an
+  // armed recorder waiting for go), a new default output moves the
+  // aggregate, so start() records the output the recording needs.
   void installListeners();
   void removeListeners();
   // Marks the chain stopped under the rebuild lock, then runs whileLocked

@@ -41,6 +41,7 @@ struct SystemCapture::State {
   std::recursive_mutex rebuildLock;
   bool included = false;  // setup() ran: system audio is part of the recording
   bool stopped = false;
+  bool started = false;  // start() ran: the chain records
   platform::AudioObjectID tapID = 0;
   std::optional<std::string> tapUID;
   platform::AudioObjectID aggID = 0;

@@ -1,6 +1,7 @@
 // The armed phase's watch on the bound microphone: between set-up and "go"
 // any change of the input the recording would use releases the launch, and
-// a released launch leaves no output file behind.
+// a released launch leaves no output file behind. The system chain meanwhile
+// follows the default output, as it does while recording.
 #include <unistd.h>
 
 #include <cerrno>
@@ -29,6 +30,9 @@ std::optional<std::string> Recorder::Impl::armedDeviceStaleReason() {
 }
 
 bool Recorder::Impl::installArmedInputWatch(std::function<void(const std::string&)> onChange) {
+  // The system chain follows the default output from now on, not from go:
+  // its stream, made ahead for go, is then on the output the call plays to.
+  if (systemCapture) systemCapture->installListeners();
   std::shared_ptr<platform::CaptureDevice> bound;
   {
     std::lock_guard<std::mutex> lock(micRebuildLock);
@@ -88,6 +92,9 @@ void Recorder::Impl::removeArmedInputWatch() {
 
 void Recorder::Impl::discardArmed() {
   removeArmedInputWatch();
+  // The streams made ahead for go go with the devices that hold them.
+  if (systemCapture) systemCapture->teardown();
+  if (captureSession) captureSession->stopRunning();
   discardOutput("armed: ");
 }
 

@@ -11,6 +11,12 @@
 // on the server or while calling a core block. Each IOProc owns a
 // connection of its own whose loop thread, named after the IOProc's queue
 // label, is the one thread its block is called on.
+//
+// Creating an aggregate also makes its IOProc's stream, corked, on the main
+// sink's monitor (an armed recorder does this long before "go"): the IOProc
+// the core then creates takes it over, and starting it only uncorks it.
+// Device queries are answered from the server watch, which the first
+// aggregate subscribes to, so a start asks the server nothing.
 #pragma once
 
 #include <atomic>
@@ -81,8 +87,11 @@ class PulseAudioHardware final : public AudioHardware {
     std::string uid;
     std::string name;
     std::string master;
+    std::string monitor;  // the master's monitor source, as it was when made
     AudioObjectID tap = 0;
     nlohmann::json description;
+    // Made with the aggregate, corked; taken by its first IOProc.
+    std::shared_ptr<PulseIOProc> prepared;
   };
   struct Listener {
     AudioObjectID object;
@@ -135,10 +144,14 @@ class PulseAudioHardware final : public AudioHardware {
   // names a default output again, its listeners hear that it is back, even
   // when it is the same one.
   bool outputLostToServer_ = false;
-  // A connection for the next IOProc, made (and connecting) when an
-  // aggregate is, so starting the IOProc waits for no connect.
-  std::shared_ptr<PulseConnection> spareIOProcConnection_;
-  void prepareIOProcConnectionLocked();
+  // A new IOProc on a connection of its own, not yet bound to a block.
+  std::shared_ptr<PulseIOProc> makeIOProc();
+  // Makes the aggregate's IOProc ahead and connects its stream corked;
+  // blocks on the server (mutex_ not held). A failure costs nothing: the
+  // start makes the stream then.
+  void prepareIOProc(AudioObjectID aggregate, const std::string& monitor, uint32_t rate);
+  // The rate an IOProc on `agg` records at (mutex_ held).
+  uint32_t ioProcRateLocked(const Aggregate& agg, const SinkInfo& master) const;
 
   // Taken without mutex_: subscribing waits on the watch queue, whose
   // subscriber takes mutex_.

@@ -12,6 +12,10 @@
 
 namespace ac::platform::linux_backend {
 
+namespace {
+constexpr const char* kStreamName = "audio-capture microphone";
+}  // namespace
+
 std::optional<pa_sample_spec> sampleSpecFor(const CaptureAudioSettings& s) {
   if (s.formatID != kAudioFormatLinearPCM || s.channels < 1 || s.channels > int(PA_CHANNELS_MAX)) return std::nullopt;
   if (s.isNonInterleaved && s.channels > 1) return std::nullopt;
@@ -169,13 +173,13 @@ void PulseCaptureSession::addOutput(const std::shared_ptr<AudioDataOutput>& outp
   auto pulseOutput = std::dynamic_pointer_cast<PulseAudioDataOutput>(output);
   if (!pulseOutput || output_) return;
   output_ = std::move(pulseOutput);
+  if (!running_) prepareStreamLocked();
 }
 
 void PulseCaptureSession::startRunning() {
   std::lock_guard<std::mutex> guard(mutex_);
   reconnect_.cancel();
   if (running_) return;
-  closeStreamLocked();  // a stream the server ended
   // Like the platform's session, one without an input runs, capturing nothing.
   if (activeInput_ && output_ && !openStreamLocked()) return;
   running_ = true;
@@ -192,7 +196,12 @@ void PulseCaptureSession::applyLocked() {
   if (activeInput_ == pendingInput_) return;
   activeInput_ = pendingInput_;
   reconnect_.cancel();
-  if (!running_) return;
+  if (!running_) {
+    // A stream made ahead was for the old input; the next start opens one
+    // on the new input.
+    closeStreamLocked();
+    return;
+  }
   // The swap: the stream moves to the new source (or stops without one).
   closeStreamLocked();
   running_ = !(activeInput_ && output_) || openStreamLocked();
@@ -210,11 +219,13 @@ bool PulseCaptureSession::reopen() {
 void PulseCaptureSession::closeStreamLocked() {
   if (stream_) stream_->stop();
   stream_.reset();
+  streamPlan_.reset();
 }
 
-bool PulseCaptureSession::openStreamLocked() {
+std::optional<PulseCaptureSession::StreamPlan> PulseCaptureSession::planLocked() {
+  if (!activeInput_ || !output_) return std::nullopt;
   std::optional<pa_sample_spec> spec = sampleSpecFor(output_->audioSettings());
-  if (!spec) return false;
+  if (!spec) return std::nullopt;
   // A mono float request is served as the source gives it: PipeWire's
   // server sums the channels where PulseAudio averages them, so the core
   // mixes down itself (see AudioDataOutput).
@@ -225,7 +236,11 @@ bool PulseCaptureSession::openStreamLocked() {
     if (!ownQueue_) ownQueue_ = std::make_unique<::ac::SerialQueue>("audio-capture.mic-delivery");
     queue = ownQueue_.get();
   }
-  auto pipe = MicChunkPipe::make(output_, *queue, AudioFormatDescription{streamFormatFor(*spec), 0, 0});
+  return StreamPlan{activeInput_->device()->uniqueID(), *spec, queue};
+}
+
+void PulseCaptureSession::makeStreamLocked(const StreamPlan& plan) {
+  auto pipe = MicChunkPipe::make(output_, *plan.queue, AudioFormatDescription{streamFormatFor(plan.spec), 0, 0});
   auto onChunk = [pipe](const CapturedChunk& chunk) { pipe->push(chunk); };
   auto onFailure = [this](int error) {
     if (serverWentAway(error)) {
@@ -244,11 +259,33 @@ bool PulseCaptureSession::openStreamLocked() {
     observers_->postRuntimeError(this, micStopError(kind, std::string("the microphone stream stopped: ") + pa_strerror(error)));
   };
   stream_ = std::make_unique<PulseRecordStream>(*connection_, std::move(onChunk), std::move(onFailure));
-  if (stream_->start(activeInput_->device()->uniqueID(), *spec, kFragmentMs, "audio-capture microphone") != kNoErr) {
-    stream_.reset();
+  streamPlan_ = plan;
+}
+
+bool PulseCaptureSession::openStreamLocked() {
+  std::optional<StreamPlan> plan = planLocked();
+  if (!plan) return false;
+  const bool fits = stream_ && streamPlan_ && streamPlan_->source == plan->source &&
+                    streamPlan_->queue == plan->queue && pa_sample_spec_equal(&streamPlan_->spec, &plan->spec);
+  if (!fits) {
+    closeStreamLocked();
+    makeStreamLocked(*plan);
+  }
+  // Uncorks a prepared stream; starts afresh one that is not (or no longer) there.
+  if (stream_->start(plan->source, plan->spec, kFragmentMs, kStreamName) != kNoErr) {
+    closeStreamLocked();
     return false;
   }
   return true;
+}
+
+void PulseCaptureSession::prepareStreamLocked() {
+  closeStreamLocked();
+  std::optional<StreamPlan> plan = planLocked();
+  if (!plan) return;
+  makeStreamLocked(*plan);
+  // A failure costs nothing: startRunning() then opens the stream afresh.
+  (void)stream_->prepare(plan->source, plan->spec, kFragmentMs, kStreamName);
 }
 
 }  // namespace ac::platform::linux_backend

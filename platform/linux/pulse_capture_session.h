@@ -10,6 +10,11 @@
 // itself. A server that went away is waited for (PulseReconnect): back
 // within the window, the same source is recorded again and the session runs
 // on; gone for good, the session stops with the service-reset kind.
+//
+// A session given its output after its input, not running, makes its
+// stream ready, corked (PulseRecordStream::prepare): an armed recorder sets
+// its session up long before "go", and startRunning() then only uncorks it.
+// Stopping drops it; a start on another input or format makes it afresh.
 #pragma once
 
 #include <array>
@@ -113,9 +118,21 @@ class PulseCaptureSession final : public CaptureSession {
   static constexpr uint32_t kFragmentMs = 10;
 
  private:
+  // What a stream for the current input and output records, and where it
+  // delivers; absent for settings the server cannot deliver.
+  struct StreamPlan {
+    std::string source;
+    pa_sample_spec spec;
+    ::ac::SerialQueue* queue;
+  };
   // mutex_ held for all of these.
+  std::optional<StreamPlan> planLocked();
   void applyLocked();
+  // Opens the stream running, uncorking the prepared one where it fits.
   bool openStreamLocked();
+  // Makes the stream corked, for a configured session that is not running.
+  void prepareStreamLocked();
+  void makeStreamLocked(const StreamPlan& plan);
   void closeStreamLocked();
   // Opens the stream again after the server came back (the retry thread);
   // true when it runs or no longer should.
@@ -129,6 +146,7 @@ class PulseCaptureSession final : public CaptureSession {
   std::shared_ptr<PulseCaptureDeviceInput> activeInput_;   // as committed
   std::shared_ptr<PulseAudioDataOutput> output_;
   std::unique_ptr<PulseRecordStream> stream_;
+  std::optional<StreamPlan> streamPlan_;  // what stream_ was made for
   std::unique_ptr<::ac::SerialQueue> ownQueue_;  // delivery for a handler set without a queue
   std::atomic<bool> running_{false};
   PulseReconnect reconnect_;

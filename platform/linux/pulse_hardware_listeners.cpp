@@ -16,12 +16,16 @@ PulseAudioHardware::~PulseAudioHardware() {
     if (watch_) watch_->unsubscribe(watchToken_);
   }
   std::map<IOProcID, IOProcRecord> procs;
+  std::vector<std::shared_ptr<PulseIOProc>> prepared;
   {
     std::lock_guard<std::mutex> guard(mutex_);
     procs.swap(ioProcs_);
+    for (auto& [id, agg] : aggregates_)
+      if (agg.prepared) prepared.push_back(std::move(agg.prepared));
     for (auto& [id, l] : listeners_) *l.active = false;
   }
   for (auto& [id, record] : procs) record.proc->stop();
+  for (auto& proc : prepared) proc->stop();
 }
 
 OSStatus PulseAudioHardware::ensureWatching() {
@@ -76,8 +80,16 @@ OSStatus PulseAudioHardware::addPropertyListener(AudioObjectID object, ListenedP
   bool onSystem = property != ListenedProperty::tapFormat;
   if (onSystem && object != kAudioObjectSystemObject) return kUnknownPropertyErr;
   if (OSStatus st = ensureWatching()) return st;
-  Snapshot snap;
+  // A tap's shape is known once its aggregate was made; the server is read
+  // only for one that has none yet.
+  bool shapeKnown = onSystem;
   if (!onSystem) {
+    std::lock_guard<std::mutex> guard(mutex_);
+    auto tap = taps_.find(object);
+    shapeKnown = tap != taps_.end() && tap->second.watchedShape;
+  }
+  Snapshot snap;
+  if (!shapeKnown) {
     if (OSStatus st = snapshot(snap)) return st;
   }
   std::lock_guard<std::mutex> guard(mutex_);

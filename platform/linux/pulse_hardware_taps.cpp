@@ -74,20 +74,30 @@ OSStatus PulseAudioHardware::createAggregateDevice(const nlohmann::json& descrip
     return kIllegalOperationErr;
   }
   agg.description = description;
+  // From here on the IOProc's start reads the server from the watch. One
+  // that cannot subscribe only means the start asks the server itself.
+  (void)ensureWatching();
   Snapshot snap;
   if (OSStatus st = snapshot(snap)) return st;
-  if (!snap.sink(agg.master)) return kBadDeviceErr;
+  const SinkInfo* master = snap.sink(agg.master);
+  if (!master) return kBadDeviceErr;
 
-  std::lock_guard<std::mutex> guard(mutex_);
-  for (const auto& [id, tap] : taps_)
-    if (tap.uid == tapUIDText) agg.tap = id;
-  if (agg.tap == 0) return kBadObjectErr;
-  out = ids_.fresh(ObjectKind::aggregate);
-  taps_[agg.tap].capturedSink = agg.master;
-  aggregates_.emplace(out, std::move(agg));
-  prepareIOProcConnectionLocked();
-  // The tap now records another sink, whose rate may differ.
-  checkTapShapesLocked(snap);
+  const std::string monitor = master->monitorSource;
+  agg.monitor = monitor;
+  uint32_t rate = 0;
+  {
+    std::lock_guard<std::mutex> guard(mutex_);
+    for (const auto& [id, tap] : taps_)
+      if (tap.uid == tapUIDText) agg.tap = id;
+    if (agg.tap == 0) return kBadObjectErr;
+    out = ids_.fresh(ObjectKind::aggregate);
+    taps_[agg.tap].capturedSink = agg.master;
+    rate = ioProcRateLocked(agg, *master);
+    aggregates_.emplace(out, std::move(agg));
+    // The tap now records another sink, whose rate may differ.
+    checkTapShapesLocked(snap);
+  }
+  if (!monitor.empty()) prepareIOProc(out, monitor, rate);
   return kNoErr;
 }
 
@@ -95,7 +105,10 @@ OSStatus PulseAudioHardware::destroyAggregateDevice(AudioObjectID aggregate) {
   std::vector<std::shared_ptr<PulseIOProc>> stopping;
   {
     std::lock_guard<std::mutex> guard(mutex_);
-    if (!aggregates_.erase(aggregate)) return kBadObjectErr;
+    auto agg = aggregates_.find(aggregate);
+    if (agg == aggregates_.end()) return kBadObjectErr;
+    if (agg->second.prepared) stopping.push_back(std::move(agg->second.prepared));
+    aggregates_.erase(agg);
     // Its IOProcs go with it, stopped, so no block outlives the device.
     for (auto it = ioProcs_.begin(); it != ioProcs_.end();) {
       if (it->second.device == aggregate) {

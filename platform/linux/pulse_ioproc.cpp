@@ -5,25 +5,39 @@
 
 namespace ac::platform::linux_backend {
 
-PulseIOProc::PulseIOProc(const std::string& queueLabel, std::shared_ptr<PulseConnection> connection, IOBlock block,
-                         std::function<void()> serverGone)
-    : block_(std::move(block)),
-      serverGone_(std::move(serverGone)),
+namespace {
+constexpr const char* kStreamName = "audio-capture system tap";
+pa_sample_spec tapSpec(uint32_t rate) { return pa_sample_spec{PA_SAMPLE_FLOAT32LE, rate, kTapChannels}; }
+}  // namespace
+
+PulseIOProc::PulseIOProc(std::shared_ptr<PulseConnection> connection, std::function<void()> serverGone)
+    : serverGone_(std::move(serverGone)),
       connection_(std::move(connection)),
       stream_(
           *connection_, [this](const CapturedChunk& chunk) { deliver(chunk); },
-          [this](int error) { onStreamEnded(error); }) {
+          [this](int error) { onStreamEnded(error); }) {}
+
+PulseIOProc::~PulseIOProc() { stop(); }
+
+void PulseIOProc::bind(const std::string& queueLabel, IOBlock block) {
+  {
+    // Under the loop lock: the loop thread reads the block once the stream runs.
+    PulseConnection::Lock lock(*connection_);
+    block_ = std::move(block);
+  }
   connection_->nameLoopThread(queueLabel);
 }
 
-PulseIOProc::~PulseIOProc() { stop(); }
+OSStatus PulseIOProc::prepare(const std::string& monitorSource, uint32_t rate) {
+  return stream_.prepare(monitorSource, tapSpec(rate), kFragmentMs, kStreamName);
+}
 
 OSStatus PulseIOProc::start(const std::string& monitorSource, uint32_t rate) {
   reconnect_.cancel();
   if (stream_.running()) return kNoErr;
   monitor_ = monitorSource;
-  spec_ = pa_sample_spec{PA_SAMPLE_FLOAT32LE, rate, kTapChannels};
-  return stream_.start(monitor_, spec_, kFragmentMs, "audio-capture system tap");
+  spec_ = tapSpec(rate);
+  return stream_.start(monitor_, spec_, kFragmentMs, kStreamName);
 }
 
 OSStatus PulseIOProc::stop() {
@@ -36,7 +50,7 @@ void PulseIOProc::onStreamEnded(int error) {
     ac::log("pulse: system capture stream ended by the server (error " + std::to_string(error) + ")");
     return;
   }
-  reconnect_.begin([this] { return stream_.start(monitor_, spec_, kFragmentMs, "audio-capture system tap") == kNoErr; },
+  reconnect_.begin([this] { return stream_.start(monitor_, spec_, kFragmentMs, kStreamName) == kNoErr; },
                    [this] {
                      ac::log("pulse: system capture lost its device — the sound server did not come back");
                      if (serverGone_) serverGone_();

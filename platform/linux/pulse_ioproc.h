@@ -12,6 +12,10 @@
 // same monitor recorded again, from a fresh count (see PulseReconnect); one
 // that stays away is reported through serverGone, on a thread of the
 // IOProc's own.
+//
+// An IOProc can be made with its aggregate, before the core asks for one:
+// prepare() connects its stream corked, and bind() later gives it the
+// core's block, so that starting it only uncorks the stream.
 #pragma once
 
 #include <string>
@@ -25,12 +29,16 @@ namespace ac::platform::linux_backend {
 
 class PulseIOProc {
  public:
-  // `connection` is the IOProc's own (possibly connected ahead of time);
-  // its loop thread is named after queueLabel.
-  PulseIOProc(const std::string& queueLabel, std::shared_ptr<PulseConnection> connection, IOBlock block,
-              std::function<void()> serverGone);
+  // `connection` is the IOProc's own.
+  PulseIOProc(std::shared_ptr<PulseConnection> connection, std::function<void()> serverGone);
   ~PulseIOProc();
 
+  // Gives the IOProc the core's block and names its loop thread after the
+  // IOProc's queue; before start().
+  void bind(const std::string& queueLabel, IOBlock block);
+  // Connects the stream for monitorSource at `rate` corked (see
+  // PulseRecordStream::prepare); blocks. Non-zero when it cannot.
+  OSStatus prepare(const std::string& monitorSource, uint32_t rate);
   // Starts recording monitorSource at `rate`; a running IOProc stays as is.
   OSStatus start(const std::string& monitorSource, uint32_t rate);
   // After it returns no block call is running or will run, and no

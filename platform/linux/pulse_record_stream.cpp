@@ -1,6 +1,8 @@
 #include "platform/linux/pulse_record_stream.h"
 
+#include <algorithm>
 #include <ctime>
+#include <utility>
 
 #include <pulse/timeval.h>
 
@@ -28,10 +30,51 @@ OSStatus PulseRecordStream::start(const std::string& source, const pa_sample_spe
                                   const char* streamName) {
   if (connection_.onLoopThread()) return kIllegalOperationErr;
   PulseConnection::Lock lock(connection_);
+  const Arguments args{source, spec, fragmentMs};
+  startedNs_ = monotonicNs();
+  if (uncorkPrepared(args)) return kNoErr;
   running_ = false;
   release();
-  if (OSStatus st = connection_.ensureReady()) return st;
+  if (OSStatus st = open(args, streamName, false)) return st;
+  // Chunks that arrived while waiting stay queued; the next read drains them.
+  running_ = true;
+  return kNoErr;
+}
 
+OSStatus PulseRecordStream::prepare(const std::string& source, const pa_sample_spec& spec, uint32_t fragmentMs,
+                                    const char* streamName) {
+  if (connection_.onLoopThread()) return kIllegalOperationErr;
+  PulseConnection::Lock lock(connection_);
+  running_ = false;
+  release();
+  const Arguments args{source, spec, fragmentMs};
+  if (OSStatus st = open(args, streamName, true)) return st;
+  prepared_ = args;
+  return kNoErr;
+}
+
+bool PulseRecordStream::uncorkPrepared(const Arguments& args) {
+  const std::optional<Arguments> prepared = std::exchange(prepared_, std::nullopt);
+  if (!prepared || !stream_ || prepared->source != args.source || !pa_sample_spec_equal(&prepared->spec, &args.spec) ||
+      prepared->fragmentMs != args.fragmentMs)
+    return false;
+  // A server that went away took the stream along (its context died with it).
+  if (pa_stream_get_state(stream_) != PA_STREAM_READY) return false;
+  // Corked, nothing should have come; whatever did was captured before now.
+  const void* data = nullptr;
+  size_t bytes = 0;
+  while (pa_stream_peek(stream_, &data, &bytes) == 0 && bytes > 0) pa_stream_drop(stream_);
+  pa_operation* op = pa_stream_cork(stream_, 0, nullptr, nullptr);
+  if (!op) return false;
+  pa_operation_unref(op);
+  clock_ = StreamClock(spec_.rate);
+  running_ = true;
+  return true;
+}
+
+OSStatus PulseRecordStream::open(const Arguments& args, const char* streamName, bool corked) {
+  if (OSStatus st = connection_.ensureReady()) return st;
+  const pa_sample_spec& spec = args.spec;
   pa_channel_map map;
   pa_channel_map_init_auto(&map, spec.channels, PA_CHANNEL_MAP_DEFAULT);
   stream_ = pa_stream_new(connection_.context(), streamName, &spec, &map);
@@ -47,28 +90,28 @@ OSStatus PulseRecordStream::start(const std::string& source, const pa_sample_spe
   pa_buffer_attr attr;
   attr.maxlength = static_cast<uint32_t>(-1);
   attr.tlength = attr.prebuf = attr.minreq = static_cast<uint32_t>(-1);
-  attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(pa_usec_t(fragmentMs) * PA_USEC_PER_MSEC, &spec));
+  attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(pa_usec_t(args.fragmentMs) * PA_USEC_PER_MSEC, &spec));
   auto flags =
-      static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_DONT_MOVE);
-  if (pa_stream_connect_record(stream_, source.c_str(), &attr, flags) < 0) {
+      static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_DONT_MOVE |
+                                     (corked ? PA_STREAM_START_CORKED : 0));
+  if (pa_stream_connect_record(stream_, args.source.c_str(), &attr, flags) < 0) {
     OSStatus st = pulseStatus(connection_.lastError());
     release();
     return st;
   }
+  pa_stream* made = stream_;
   OSStatus st = connection_.waitFor(
-      [this] {
+      [this, made] {
+        // Another thread may have stopped it meanwhile.
+        if (stream_ != made) return true;
         pa_stream_state_t s = pa_stream_get_state(stream_);
         return s != PA_STREAM_CREATING && s != PA_STREAM_UNCONNECTED;
       },
       kStartTimeoutSeconds);
+  if (stream_ != made) return PA_ERR_KILLED;
   if (st == kNoErr && pa_stream_get_state(stream_) != PA_STREAM_READY) st = pulseStatus(connection_.lastError());
-  if (st != kNoErr) {
-    release();
-    return st;
-  }
-  // Chunks that arrived while waiting stay queued; the next read drains them.
-  running_ = true;
-  return kNoErr;
+  if (st != kNoErr) release();
+  return st;
 }
 
 OSStatus PulseRecordStream::stop() {
@@ -79,6 +122,7 @@ OSStatus PulseRecordStream::stop() {
 }
 
 void PulseRecordStream::release() {
+  prepared_.reset();
   if (!stream_) return;
   pa_stream_set_read_callback(stream_, nullptr, nullptr);
   pa_stream_set_state_callback(stream_, nullptr, nullptr);
@@ -155,9 +199,17 @@ void PulseRecordStream::drain() {
     const uint64_t frames = frameBytes_ ? bytes / frameBytes_ : 0;
     const uint64_t position = clock_.framePosition();
     const int64_t stamp = clock_.stampChunk(now, timingReport(now), frames);
-    {
+    // Frames captured before start() are not the caller's: a server that
+    // works in whole cycles (PipeWire) hands a stream that starts mid-cycle
+    // the cycle's earlier part too.
+    const uint64_t early =
+        stamp >= startedNs_ ? 0
+                            : std::min<uint64_t>(frames, uint64_t((startedNs_ - stamp) * int64_t(spec_.rate) / 1'000'000'000 + 1));
+    if (early < frames) {
       RealTimeScope realTime;
-      onChunk_(CapturedChunk{data, bytes, frames, stamp, position});
+      onChunk_(CapturedChunk{static_cast<const uint8_t*>(data) + early * frameBytes_, bytes - early * frameBytes_,
+                             frames - early, stamp + int64_t(early) * 1'000'000'000 / int64_t(spec_.rate),
+                             position + early});
     }
     pa_stream_drop(stream_);
   }

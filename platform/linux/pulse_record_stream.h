@@ -7,12 +7,18 @@
 // into the stream.
 // The chunk's bytes belong to libpulse and are valid only during the call
 // (no copy is made). start() and stop() block and must not be called on the
-// loop thread. After stop() returns, the handler is not running and will
-// not run again.
+// loop thread. No chunk holds a frame captured before start() was called.
+// After stop() returns, the handler is not running and will not run again.
 //
 // The stream never moves: when its source goes away the server ends it and
 // the failure handler is called, rather than the stream silently recording
 // another device.
+//
+// A stream can be made ahead of its use (prepare): connected corked, so the
+// server captures nothing for it and no chunk is delivered. A start() with
+// the same arguments then only uncorks it — one command, not waited for —
+// so a start answers at once; anything else (other arguments, a prepared
+// stream the server ended meanwhile) is started afresh.
 #pragma once
 
 #include <atomic>
@@ -53,6 +59,10 @@ class PulseRecordStream {
   // Records `source` in the given sample format (the server converts), with chunks of about
   // fragmentMs. Blocks until the stream runs; non-zero when it cannot.
   OSStatus start(const std::string& source, const pa_sample_spec& spec, uint32_t fragmentMs, const char* streamName);
+  // Connects the stream corked (see above); blocks until the server made
+  // it. Non-zero when it cannot be made; start() then tries afresh.
+  OSStatus prepare(const std::string& source, const pa_sample_spec& spec, uint32_t fragmentMs, const char* streamName);
+  // Stops a running stream and drops a prepared one.
   OSStatus stop();
   bool running() const { return running_; }
 
@@ -63,6 +73,16 @@ class PulseRecordStream {
   static void onState(pa_stream* s, void* userdata);
   static void onOverflow(pa_stream* s, void* userdata);
   static void onLatencyUpdate(pa_stream* s, void* userdata);
+  struct Arguments {
+    std::string source;
+    pa_sample_spec spec;
+    uint32_t fragmentMs;
+  };
+  // Loop lock held. Makes stream_ and waits until it is ready.
+  OSStatus open(const Arguments& args, const char* streamName, bool corked);
+  // Loop lock held. Uncorks the prepared stream when it was made with
+  // `args` and still stands; false otherwise.
+  bool uncorkPrepared(const Arguments& args);
   void drain();
   void requestReportIfWanted();
   // When the byte at the read index was captured, by the server's last
@@ -78,6 +98,8 @@ class PulseRecordStream {
   size_t frameBytes_ = 0;
   StreamClock clock_{0};
   std::atomic<bool> running_{false};
+  std::optional<Arguments> prepared_;  // loop lock held
+  int64_t startedNs_ = 0;              // when start() was called; loop lock held
 };
 
 }  // namespace ac::platform::linux_backend

@@ -120,6 +120,29 @@ TEST_F(ArmedE2E, GoRecordsBothSourcesUntilTheOwnerClosesTheGoPipe) {
   EXPECT_GT(toneAmplitude(tracks[1], kMicHz), 0.05);
 }
 
+TEST_F(ArmedE2E, ADefaultOutputChosenWhileArmedIsTheOneRecordedFromGo) {
+  // Only the new default plays: a recording of the old one holds no tone.
+  auto headset = tone("headset", kSystemHz, 8);
+  ArmedOwner owner(s);
+  std::vector<std::string> args = owner.armedArgs();
+  args.push_back("--no-mic");
+  Recording r(s, args);
+  const std::string pid = std::to_string(r.pid());
+  ASSERT_EQ(owner.nextLine(), "armed, pid=" + pid);
+  ASSERT_TRUE(pactl(s, {"set-default-sink", "headset"}).status == 0);
+  ASSERT_TRUE(waitForLine(r, "aggregate rebuilt successfully (output=headset)", 5)) << r.log();
+  owner.send("go\n");
+  ASSERT_EQ(owner.nextLine(), "ready, pid=" + pid);
+  sleepSeconds(1.5);
+  owner.closeGo();
+  EXPECT_EQ(r.wait(20).status, 0);
+  EXPECT_TRUE(inOrder(r.log(), {"aggregate rebuilt successfully (output=headset)", "system IOProc started"}))
+      << r.log();
+  std::vector<Pcm> tracks = decodeTracks(s, r.outputPath);
+  ASSERT_EQ(tracks.size(), 1u);
+  EXPECT_GT(toneAmplitude(tracks[0], kSystemHz), 0.05);
+}
+
 TEST_F(ArmedE2E, EveryLaunchEndsOneWayWhateverArrivesAroundGo) {
   // A second microphone, for the default input to change to.
   LoadedModule second(s, {"module-remap-source", "master=micfeed.monitor", "source_name=mic2"});
