@@ -2,14 +2,10 @@
 
 #include "notify/click_payload.h"
 #include "notify/meeting_banner.h"
+#include "support/overloaded.h"
 
 namespace ac::notify {
 namespace {
-
-template <class... F>
-struct Overloaded : F... {
-  using F::operator()...;
-};
 
 std::string bodyClickTitle(const NotifyClickTarget& target) {
   return std::visit(Overloaded{

@@ -12,17 +12,11 @@
 #include "platform/platform.h"
 #include "support/dispatch.h"
 #include "support/log.h"
+#include "support/overloaded.h"
 #include "support/process_exit.h"
 
 namespace ac::notify {
 namespace {
-
-template <class... Fs>
-struct Overloaded : Fs... {
-  using Fs::operator()...;
-};
-template <class... Fs>
-Overloaded(Fs...) -> Overloaded<Fs...>;
 
 NotifyClickHandlers& handlerTable() {
   static NotifyClickHandlers table{monotonicSeconds(), {}, 0};
