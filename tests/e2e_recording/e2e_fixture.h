@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "e2e_recording/e2e_harness.h"
+#include "support/eventually.h"
 
 namespace ac::e2e {
 
@@ -35,8 +36,14 @@ class E2E : public ::testing::Test {
   // The server's own defaults back, whatever the test moved them to.
   void TearDown() override {
     if (!live) return;
-    pactl(s, {"set-default-sink", "speaker"});
-    pactl(s, {"set-default-source", "mic"});
+    setDefault("sink", "speaker");
+    setDefault("source", "mic");
+  }
+  // Sets the server's default "sink" or "source" and waits until the server
+  // reports it: PipeWire takes a new default a moment after pactl returns.
+  bool setDefault(const std::string& kind, const std::string& name) {
+    pactl(s, {"set-default-" + kind, name});
+    return test::eventually([&] { return pactl(s, {"get-default-" + kind}).out == name + "\n"; });
   }
   std::unique_ptr<RunningExe> tone(const std::string& sink, double hz, double seconds, float amplitude = 0.5f) {
     const size_t before = sinkInputs(s);
