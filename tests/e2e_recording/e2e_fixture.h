@@ -23,6 +23,21 @@ inline void expectSwitch(const Pcm& track, double fromHz, double toHz, double at
   EXPECT_GT(after, 0.05);
 }
 
+// `hz` is plainly what the track holds: ten times louder than `otherHz`.
+// Judged on the loudest half second of `hz`: a player starved on a loaded
+// machine leaves gaps in what the sink played, which the recorder keeps.
+inline void expectDominant(const Pcm& track, double hz, double otherHz) {
+  double own = 0, other = 0;
+  for (double t = 0; t + 0.5 <= track.seconds(); t += 0.25) {
+    if (const double here = toneAmplitude(track, hz, t, t + 0.5); here > own) {
+      own = here;
+      other = toneAmplitude(track, otherHz, t, t + 0.5);
+    }
+  }
+  EXPECT_GT(own, 0.05) << hz << " Hz is missing";
+  EXPECT_GT(own, 10 * other) << hz << " Hz at " << own << " against " << otherHz << " Hz at " << other;
+}
+
 class E2E : public ::testing::Test {
  protected:
   void keepLive(const std::vector<std::string>& sinks) {
