@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "e2e_recording/e2e_harness.h"
+#include "support/eventually.h"
 
 namespace ac::e2e {
 
@@ -22,6 +23,21 @@ inline void expectSwitch(const Pcm& track, double fromHz, double toHz, double at
   EXPECT_GT(after, 0.05);
 }
 
+// `hz` is plainly what the track holds: ten times louder than `otherHz`.
+// Judged on the loudest half second of `hz`: a player starved on a loaded
+// machine leaves gaps in what the sink played, which the recorder keeps.
+inline void expectDominant(const Pcm& track, double hz, double otherHz) {
+  double own = 0, other = 0;
+  for (double t = 0; t + 0.5 <= track.seconds(); t += 0.25) {
+    if (const double here = toneAmplitude(track, hz, t, t + 0.5); here > own) {
+      own = here;
+      other = toneAmplitude(track, otherHz, t, t + 0.5);
+    }
+  }
+  EXPECT_GT(own, 0.05) << hz << " Hz is missing";
+  EXPECT_GT(own, 10 * other) << hz << " Hz at " << own << " against " << otherHz << " Hz at " << other;
+}
+
 class E2E : public ::testing::Test {
  protected:
   void keepLive(const std::vector<std::string>& sinks) {
@@ -35,8 +51,14 @@ class E2E : public ::testing::Test {
   // The server's own defaults back, whatever the test moved them to.
   void TearDown() override {
     if (!live) return;
-    pactl(s, {"set-default-sink", "speaker"});
-    pactl(s, {"set-default-source", "mic"});
+    setDefault("sink", "speaker");
+    setDefault("source", "mic");
+  }
+  // Sets the server's default "sink" or "source" and waits until the server
+  // reports it: PipeWire takes a new default a moment after pactl returns.
+  bool setDefault(const std::string& kind, const std::string& name) {
+    pactl(s, {"set-default-" + kind, name});
+    return test::eventually([&] { return pactl(s, {"get-default-" + kind}).out == name + "\n"; });
   }
   std::unique_ptr<RunningExe> tone(const std::string& sink, double hz, double seconds, float amplitude = 0.5f) {
     const size_t before = sinkInputs(s);

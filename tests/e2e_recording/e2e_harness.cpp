@@ -9,17 +9,6 @@
 #include "support/eventually.h"
 
 namespace ac::e2e {
-namespace {
-
-// The private server's directory and control script, which
-// scripts/with-pulse.sh exports when it started the server itself.
-std::optional<std::string> serverVariable(const char* name) {
-  const char* value = std::getenv(name);
-  return value && *value ? std::optional<std::string>(value) : std::nullopt;
-}
-
-
-}  // namespace
 
 ExeResult runTool(const Scratch& scratch, const std::string& exe, const std::vector<std::string>& args,
                   double timeoutSeconds) {
@@ -102,14 +91,16 @@ PinnedTone::PinnedTone(const Scratch& scratch, const std::string& sink, const Pc
   player_ = play(scratch, sink + "-pinned-feed", pcm, sink + "-pinned.f32");
 }
 
+// scripts/with-pulse.sh exports the private server's directory and control
+// script when it started the server itself.
 std::optional<std::string> privateServerUncontrolled() {
-  if (!serverVariable("AC_SOUND_SERVER_CTL") || !serverVariable("AC_SOUND_SERVER_DIR"))
+  if (!std::getenv("AC_SOUND_SERVER_CTL") || !std::getenv("AC_SOUND_SERVER_DIR"))
     return "the sound server is not one scripts/with-pulse.sh started (no AC_SOUND_SERVER_DIR)";
   return std::nullopt;
 }
 
 bool restartServer(const Scratch& scratch, bool start) {
-  return runTool(scratch, *serverVariable("AC_SOUND_SERVER_CTL"), {start ? "--start" : "--stop"}).status == 0;
+  return runTool(scratch, std::getenv("AC_SOUND_SERVER_CTL"), {start ? "--start" : "--stop"}).status == 0;
 }
 
 Recording::Recording(const Scratch& scratch, const std::vector<std::string>& extraArgs, const test::EnvChanges& env)

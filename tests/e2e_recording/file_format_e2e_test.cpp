@@ -1,8 +1,10 @@
 // The recording as the tools people open it with read it: ffmpeg/ffprobe,
 // GStreamer (gst-discoverer-1.0 and a gst-launch-1.0 decode), mediainfo and
 // AtomicParsley, on one stopped and one SIGKILLed recording of tones that
-// began before the recording did. Eleven seconds each: several 5-second
-// fragments, so a reader that stops at the first one shows.
+// began before the recording did (the system's on the speaker sink, the
+// microphone's on micfeed, which "mic" hears). Eleven seconds each: several
+// 5-second fragments, so a reader that stops at the first one shows. The
+// stopped one is also the whole run as its caller and log see it.
 #include <signal.h>
 #include <time.h>
 
@@ -16,7 +18,7 @@
 namespace ac::e2e {
 namespace {
 
-constexpr double kRecordSeconds = 11;
+constexpr double kRecordSeconds = 11, kSystemHz = 440, kMicHz = 1000;
 const char* const kNames[] = {"System audio", "Microphone"};
 
 // What each tool says of one file, read once.
@@ -88,24 +90,59 @@ time_t utc(std::string text) {
   return strptime(text.substr(0, 19).c_str(), "%Y-%m-%d %H:%M:%S", &tm) ? timegm(&tm) : 0;
 }
 
+// A recording stopped by SIGTERM after `recorded` seconds of "ready": its
+// exit, standard output, log and the length and content of its tracks.
+void expectWholeRun(const Recording& r, const ExeResult& result, const std::vector<Pcm>& tracks, double recorded) {
+  EXPECT_TRUE(result.exited && result.status == 0) << result.status;
+  const std::string pid = std::to_string(r.pid());
+  EXPECT_EQ(result.out, "pid=" + pid + "\n");
+  expectDominant(tracks[0], kSystemHz, kMicHz);
+  expectDominant(tracks[1], kMicHz, kSystemHz);
+  // Capture starts a few milliseconds before "ready" is logged and ends a
+  // few after the signal. Decoded (the file's edit list skips the encoder's
+  // priming), a track may end padded to a whole 1024-frame AAC frame. 50 ms
+  // less or 150 ms more means a late time-line anchor, lost audio or a tail
+  // cut off.
+  for (const Pcm& track : tracks) {
+    EXPECT_GE(track.seconds(), recorded - 0.05) << "track at " << track.rate << " Hz";
+    EXPECT_LE(track.seconds(), recorded + 0.15) << "track at " << track.rate << " Hz";
+  }
+  const std::string out = r.outputPath, log = r.log();
+  EXPECT_TRUE(inOrder(log, {"starting capture → " + out, "auth: mic=3", "writer started → " + out,
+                            "system IOProc started", "mic capture session running", "ready, pid=" + pid,
+                            "signal received", "stopping", "finalizing", "writer done status=2",
+                            "finalize-ok call.m4a pid=" + pid + ".", "exit"}))
+      << log;
+  EXPECT_EQ(logLines(log).back(), "exit");
+  EXPECT_TRUE(std::regex_search(
+      log, std::regex(R"(\] stats: ioproc=[1-9]\d* sysAppended=[1-9]\d* sysFail=0 micAppended=[1-9]\d* micFail=0 )"
+                      R"(sysMaxAbs=0\.[1-9]\d* micMaxAbs=0\.[1-9]\d* micEndedEarly=false sysDataFail=0 sysFmtRate=\d+\.0 )"
+                      R"(sysFmtCh=2 sysFmtChanges=0 sysAacRate=\d+\.0 sysAacClamped=false sysTapBuf=0/1 )"
+                      R"(micFmtRate=48000\.0 micFmtCh=1 micFmtChanges=0\n)")))
+      << log;
+}
+
 class FileFormatE2E : public E2E {
  protected:
   void SetUp() override { keepLive({"speaker", "micfeed"}); }
 };
 
 TEST_F(FileFormatE2E, StoppedAndKilledRecordingsPlayBothTracksNamedDatedAndTimedInEveryTool) {
-  auto system = tone("speaker", 440, 60);
-  auto mic = tone("micfeed", 1000, 60);
+  auto system = tone("speaker", kSystemHz, 60);
+  auto mic = tone("micfeed", kMicHz, 60);
   for (const int signal : {SIGTERM, SIGKILL}) {
     SCOPED_TRACE(signal == SIGTERM ? "stopped" : "killed");
     std::filesystem::remove(s.path("call.m4a"));
     const time_t startedAt = time(nullptr);
     Recording rec(s, {});
     ASSERT_TRUE(rec.waitReady()) << "the recording did not start";
+    const auto ready = std::chrono::steady_clock::now();
     sleepSeconds(kRecordSeconds);
-    rec.stop(signal);
+    const double recorded = secondsSince(ready);
+    const ExeResult result = rec.stop(signal);
     const Readings r = read(s, rec.outputPath);
     ASSERT_EQ(r.ffmpegTracks.size(), 2u);
+    if (signal == SIGTERM) expectWholeRun(rec, result, r.ffmpegTracks, recorded);
     for (int k = 0; k < 2; ++k) {
       const std::string stream = R"(streams\.stream\.)" + std::to_string(k) + R"(\.)";
       EXPECT_EQ(find(r.ffprobe, stream + R"(disposition\.default=(\d))"), "1") << "ffprobe: track " << k << " enabled";
@@ -127,7 +164,7 @@ TEST_F(FileFormatE2E, StoppedAndKilledRecordingsPlayBothTracksNamedDatedAndTimed
 
     // Killed after 11 s, the file holds two whole 5-second fragments.
     const double decoded = longest(r.ffmpegTracks);
-    EXPECT_GT(decoded, signal == SIGTERM ? kRecordSeconds - 1 : 9.5);
+    if (signal == SIGKILL) { EXPECT_GT(decoded, 9.5); }
     EXPECT_NEAR(longest(r.gstTracks), decoded, 0.1) << "GStreamer's decode";
     for (const auto& [tool, seconds] : reportedSeconds(r)) {
       // GStreamer guesses an unfinished file's length from its first fragment.

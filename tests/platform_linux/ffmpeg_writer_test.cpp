@@ -6,12 +6,10 @@
 
 #include <cmath>
 
-#include "e2e_recording/track_analysis.h"
+#include "e2e_recording/e2e_harness.h"
 #include "platform/linux/backends.h"
 #include "platform/linux/ffmpeg_pcm_format.h"
 #include "platform/linux/ffmpeg_track_timeline.h"
-#include "tests/support/command_output.h"
-#include "tests/support/scratch_dir.h"
 
 namespace ac::platform::linux_backend {
 namespace {
@@ -59,18 +57,6 @@ void feed(WriterInput& in, const Source& s, double fromSeconds, double seconds, 
   for (; frame < end; frame += chunk) {
     ASSERT_TRUE(in.append(sine(s, frame, std::min(chunk, end - frame), fromSeconds + double(frame) / s.rate)));
   }
-}
-
-// Track `index` decoded to mono float at `rate`, its own.
-e2e::Pcm decode(const std::string& path, int index, int rate = 48000) {
-  return e2e::pcmFromFloatBytes(rate, test::commandOutput("ffmpeg -v error -i '" + path + "' -map 0:a:" +
-                                                          std::to_string(index) + " -ac 1 -f f32le -"));
-}
-
-// The amplitude of `hz` within [from, to) seconds of `pcm`.
-double tone(const e2e::Pcm& pcm, double hz, double from, double to) {
-  auto at = [&](double t) { return pcm.samples.begin() + long(std::min(pcm.samples.size(), size_t(t * pcm.rate))); };
-  return e2e::toneAmplitude({pcm.rate, std::vector<float>(at(from), at(to))}, hz);
 }
 
 class FFmpegWriterTest : public ::testing::Test {
@@ -124,24 +110,25 @@ TEST_F(FFmpegWriterTest, EveryTrackPresentsEachBufferAtItsTime) {
   ASSERT_EQ(w->status(), WriterStatus::completed);
 
   const double aacFrame = 1024 / 48000.0;  // tracks decode to whole frames
-  const auto gapPcm = decode(path("timeline.m4a"), 0);
+  const std::vector<e2e::Pcm> tracks = e2e::decodeTracks(scratch_, path("timeline.m4a"));
+  ASSERT_EQ(tracks.size(), 4u);
+  const e2e::Pcm &gapPcm = tracks[0], &changePcm = tracks[2];
   EXPECT_NEAR(gapPcm.seconds(), 3.0 + aacFrame, aacFrame);
-  EXPECT_GT(tone(gapPcm, 1000, 0.2, 0.9), 0.3);
-  EXPECT_LT(tone(gapPcm, 1000, 1.1, 1.95), 0.001);
-  EXPECT_GT(tone(gapPcm, 1000, 2.1, 2.9), 0.3);
-  EXPECT_NEAR(decode(path("timeline.m4a"), 1).seconds(), 1.5 + aacFrame, aacFrame);
-  const auto changePcm = decode(path("timeline.m4a"), 2);
+  EXPECT_GT(e2e::toneAmplitude(gapPcm, 1000, 0.2, 0.9), 0.3);
+  EXPECT_LT(e2e::toneAmplitude(gapPcm, 1000, 1.1, 1.95), 0.001);
+  EXPECT_GT(e2e::toneAmplitude(gapPcm, 1000, 2.1, 2.9), 0.3);
+  EXPECT_NEAR(tracks[1].seconds(), 1.5 + aacFrame, aacFrame);
   EXPECT_NEAR(changePcm.seconds(), 3.0 + aacFrame, aacFrame);
-  EXPECT_GT(tone(changePcm, 440, 0.2, 0.9), 0.3);
-  EXPECT_GT(tone(changePcm, 1000, 1.1, 1.9), 0.3);
-  EXPECT_GT(tone(changePcm, 300, 2.1, 2.9), 0.3);  // six planar channels mixed down
+  EXPECT_GT(e2e::toneAmplitude(changePcm, 440, 0.2, 0.9), 0.3);
+  EXPECT_GT(e2e::toneAmplitude(changePcm, 1000, 1.1, 1.9), 0.3);
+  EXPECT_GT(e2e::toneAmplitude(changePcm, 300, 2.1, 2.9), 0.3);  // six planar channels mixed down
   auto onsetAfterGap = [](const e2e::Pcm& pcm) {
     const auto from = pcm.samples.begin() + long(1.5 * pcm.rate);
     return double(std::find_if(from, pcm.samples.end(), [](float x) { return std::fabs(x) > 0.1f; }) -
                   pcm.samples.begin()) / pcm.rate;
   };
   EXPECT_NEAR(onsetAfterGap(gapPcm), 2.0, 0.001);
-  EXPECT_NEAR(onsetAfterGap(decode(path("timeline.m4a"), 3, 44100)), onsetAfterGap(gapPcm), 0.0002);
+  EXPECT_NEAR(onsetAfterGap(tracks[3]), onsetAfterGap(gapPcm), 0.0002);
 }
 
 TEST_F(FFmpegWriterTest, WriteAndCreateFailuresCarryTheirErrno) {

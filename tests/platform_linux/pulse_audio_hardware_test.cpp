@@ -12,18 +12,24 @@
 #include <cmath>
 #include <cstring>
 
+#include "e2e_recording/e2e_fixture.h"
 #include "platform/linux/pulse_audio_hardware.h"
 #include "platform/linux/pulse_connection.h"
-#include "platform_linux/pulse_test_server.h"
+#include "support/dispatch.h"
 
 namespace ac::platform::linux_backend {
 namespace {
 
-using ac::testing::eventually;
-using ac::testing::pactl;
+using namespace ac::e2e;
+using test::eventually;
 
-class PulseAudioHardwareTest : public ac::testing::PulseServerTest {
+class PulseAudioHardwareTest : public E2E {
  protected:
+  // A null sink at `rate`, while the test runs.
+  LoadedModule& addSink(const std::string& name, int rate) {
+    return *sinks.emplace_back(std::make_unique<LoadedModule>(
+        s, std::vector<std::string>{"module-null-sink", "sink_name=" + name, "rate=" + std::to_string(rate)}));
+  }
   AudioObjectID makeAggregate(const std::string& master, AudioObjectID tap) {
     std::optional<std::string> uid;
     EXPECT_EQ(hw.tapUID(tap, uid), 0);
@@ -33,14 +39,17 @@ class PulseAudioHardwareTest : public ac::testing::PulseServerTest {
     return agg;
   }
 
+  std::vector<std::unique_ptr<LoadedModule>> sinks;
   PulseAudioHardware hw{PulseConnection::shared()};
   SerialQueue queue{"c1.listeners"};
 };
 
 TEST_F(PulseAudioHardwareTest, TheTapFollowsItsSinkFeedsItsIOProcAndTellsItsListenerUntilRemoved) {
-  std::string a = uniqueName("a"), b = uniqueName("b");
-  addSink(a, "C1-A", 48000);
-  addSink(b, "C1-B", 44100);
+  // Only b plays: a stream at another rate could move an idle sink's rate.
+  if (auto missing = test::privatePulseServerMissing(s)) GTEST_SKIP() << *missing;
+  const std::string a = "hw_a", b = "hw_b";
+  ASSERT_TRUE(addSink(a, 48000).ok() && addSink(b, 44100).ok());
+  keepLive({b});
   ASSERT_TRUE(setDefault("sink", a));
   AudioObjectID tap = 0;
   ASSERT_EQ(hw.createProcessTap(TapDescription{}, tap), 0);
@@ -81,7 +90,7 @@ TEST_F(PulseAudioHardwareTest, TheTapFollowsItsSinkFeedsItsIOProcAndTellsItsList
   ASSERT_EQ(hw.createIOProc(agg, "audio-capture.ioproc", block, proc), 0);
   ASSERT_EQ(hw.startDevice(agg, proc), 0);
   {
-    ac::testing::SimpleStream player(b, ac::testing::tone(2.0));
+    auto player = tone(b, 1000, 2, 0.8f);
     ASSERT_TRUE(eventually([&] { return heardTone.load(); }));
   }
   ASSERT_EQ(hw.stopDevice(agg, proc), 0);
@@ -94,14 +103,17 @@ TEST_F(PulseAudioHardwareTest, TheTapFollowsItsSinkFeedsItsIOProcAndTellsItsList
   // The sink under capture changes rate: an idle PulseAudio sink takes the
   // rate of a stream that arrives at its alternate rate, 48 kHz (PipeWire
   // never moves an idle sink's rate).
-  if (!ac::testing::onPipeWire()) {
-    std::string c = uniqueName("c");
-    loadModule("module-null-sink rate=44100 sink_name=" + c);
+  if (!onPipeWire(s)) {
+    const std::string c = "hw_c";
+    ASSERT_TRUE(addSink(c, 44100).ok());
     AudioObjectID aggC = makeAggregate(c, tap);
     int before = fired;
-    ac::testing::SimpleStream reader(c + ".monitor", {}, 48000);
-    pactl("suspend-sink " + c + " 1");  // restarted, it serves the reader at once
-    pactl("suspend-sink " + c + " 0");
+    auto readers = [&] { return std::ranges::count(pactl(s, {"list", "short", "source-outputs"}).out, '\n'); };
+    const auto readersBefore = readers();
+    RunningExe reader(s, "/usr/bin/pacat", {"--record", "--rate=48000", "--latency-msec=5", "--device=" + c + ".monitor", "/dev/null"});
+    ASSERT_TRUE(eventually([&] { return readers() > readersBefore; }));
+    pactl(s, {"suspend-sink", c, "1"});  // restarted, it serves the reader at once
+    pactl(s, {"suspend-sink", c, "0"});
     EXPECT_TRUE(eventually([&] { return fired > before; }));
     ASSERT_EQ(hw.tapFormat(tap, f), 0);
     EXPECT_EQ(f.sampleRate, 48000);

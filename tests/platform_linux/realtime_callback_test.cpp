@@ -12,12 +12,12 @@
 #include <mutex>
 #include <new>
 
+#include "e2e_recording/e2e_fixture.h"
 #include "platform/platform.h"
 #include "recorder/recorder.h"
+#include "support/dispatch.h"
 #include "support/realtime.h"
-#include "tests/platform_linux/pulse_test_server.h"
 #include "tests/support/log_capture.h"
-#include "tests/support/scratch_dir.h"
 
 namespace {
 std::atomic<long> gAllocations{0};
@@ -66,29 +66,24 @@ void operator delete[](void* p, std::align_val_t) noexcept { std::free(p); }
 void operator delete(void* p, size_t, std::align_val_t) noexcept { std::free(p); }
 void operator delete[](void* p, size_t, std::align_val_t) noexcept { std::free(p); }
 
-namespace ac::testing {
+namespace ac::e2e {
 namespace {
 
-class RealTimeCallbackTest : public PulseServerTest {};
+using RealTimeCallbackTest = E2E;
 
+// The harness's players run in processes of their own, outside the counts.
 TEST_F(RealTimeCallbackTest, CallbacksNeitherAllocateNorLockOverARecording) {
-  const std::string sink = uniqueName("rt_sink"), mic = uniqueName("rt_mic");
-  addSink(sink, "RT");
-  addMicOn(sink, mic, "RT_Mic");
-  ASSERT_TRUE(setDefault("sink", sink));
-  ASSERT_TRUE(setDefault("source", mic));
-  SimpleStream player(sink, tone(4));
-  ASSERT_TRUE(player.ok());
+  keepLive({"speaker", "micfeed"});
+  auto system = tone("speaker", 1000, 4), microphone = tone("micfeed", 440, 4);
 
   std::unique_ptr<platform::Platform> platform = platform::makePlatform();
-  test::ScratchDir dir;
   test::LogCapture logs;
   {
-    Recorder rec(*platform, dir.path("rt.m4a"), true, true, std::nullopt, nullptr);
+    ac::Recorder rec(*platform, s.path("rt.m4a"), true, true, std::nullopt, nullptr);
     rec.setup();
     {
       // The counters must see what a scope does, or zero would prove nothing.
-      RealTimeScope probe;
+      ac::RealTimeScope probe;
       ::operator delete(::operator new(16));
       std::mutex m;
       std::lock_guard lock(m);
@@ -97,7 +92,7 @@ TEST_F(RealTimeCallbackTest, CallbacksNeitherAllocateNorLockOverARecording) {
     ASSERT_EQ(gLocks.exchange(0), 1);
     rec.start();
     std::this_thread::sleep_for(std::chrono::seconds(2));
-    Semaphore done;
+    ac::Semaphore done;
     rec.stop([&] { done.signal(); });
     ASSERT_TRUE(done.wait(30));
   }
@@ -110,4 +105,4 @@ TEST_F(RealTimeCallbackTest, CallbacksNeitherAllocateNorLockOverARecording) {
 }
 
 }  // namespace
-}  // namespace ac::testing
+}  // namespace ac::e2e
