@@ -61,7 +61,7 @@ TEST_F(ClickScripts, SilenceClickRunsOnlyATrustedScriptBesideTheBundle) {
       {0777, 0755, refused + script + none},
       {0755, 0775, refused + res + "/lib" + none},
   };
-  desk_.setBundlePath(res + "/audio-capture-src/Vela.app");
+  desk_.bundleDir.set(res + "/audio-capture-src/Vela.app");
   for (const auto& c : cases) {
     const bool runs = c.said.ends_with("snoozed\n");
     std::filesystem::remove_all(res);
@@ -149,7 +149,7 @@ TEST_F(RecordStart, ClickShowsTheRefusalBannerThenSettles) {
       EXPECT_EQ(said, "notify: no record-start script to run\n");
     }
     EXPECT_EQ(settled, 1);
-    const auto content = center_.added().back().content;
+    const auto content = center_.added.get().back().content;
     EXPECT_EQ(content.title + "|" + content.body + "|" + content.soundName, "Couldn't start recording|" + body + "|Basso");
     EXPECT_TRUE(notifyClickHandlers().deadlines.empty());
   }

@@ -25,7 +25,7 @@ TEST(NotifAuthWords, MarkerIsKeptForDeliveryOrADefiniteAnswer) {
 }
 
 TEST_F(NotifAuth, SilentCentreIsUnknownAndRecorded) {
-  center_.editScript([&](auto& s) { s.status = std::nullopt; });
+  center_.script.with([&](auto& s) { s.status = std::nullopt; });
   EXPECT_EQ(queryAndRecordNotifAuthStatus(0.05), "unknown");
   EXPECT_EQ(readFile(statePath("notif-auth-status")), "unknown");
 }
@@ -33,7 +33,7 @@ TEST_F(NotifAuth, SilentCentreIsUnknownAndRecorded) {
 TEST_F(NotifAuth, GrantedRequestWritesTheMarkerAndTightensTheDirectory) {
   std::filesystem::create_directories(stateDir());
   ::chmod(stateDir().c_str(), 0755);
-  center_.editScript([&](auto& s) { s.status = 0; s.statusAfterRequest = 2; });
+  center_.script.with([&](auto& s) { s.status = 0; s.statusAfterRequest = 2; });
   captureStderr();
   EXPECT_EQ(requestNotifAuthAndRecord(), NotifAuthRequestRun::markerKept);
   std::string err = stderrText();
@@ -57,7 +57,7 @@ TEST_F(NotifAuth, GrantedRequestWritesTheMarkerAndTightensTheDirectory) {
 
 TEST_F(NotifAuth, DeniedWithoutADefiniteAnswerRemovesTheMarker) {
   writeFile(statePath(".notif-auth-requested"), "version=2\nstatus=authorized\napp_mtime=1\n");
-  center_.editScript([&](auto& s) {
+  center_.script.with([&](auto& s) {
     s.status = 0;
     s.statusAfterRequest = 1;
     s.grantsRequest = false;
@@ -78,7 +78,7 @@ TEST_F(NotifAuth, ASecondConcurrentRequestLeavesAtOnce) {
   double start = monotonicSeconds();
   EXPECT_EQ(requestNotifAuthAndRecord(), NotifAuthRequestRun::busy);
   EXPECT_LT(monotonicSeconds() - start, 0.5);
-  EXPECT_FALSE(center_.lastRequestOptions());
+  EXPECT_FALSE(center_.lastRequest.get());
   EXPECT_FALSE(std::filesystem::exists(statePath("notif-auth.log")));
 }
 

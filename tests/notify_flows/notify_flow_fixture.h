@@ -14,26 +14,12 @@
 #include "notify/click_handling.h"
 #include "notify/click_journal.h"
 #include "notify/state_dir.h"
-#include "platform/platform.h"
 #include "support/dispatch.h"
-#include "tests/simulated/sim_notification_center.h"
-#include "tests/simulated/sim_workspace.h"
+#include "tests/simulated/sim_platform.h"
 #include "tests/support/held_lock.h"
 #include "tests/support/scratch_dir.h"
 
 namespace ac::notify::testing {
-
-class SimNotifyPlatform final : public platform::Platform {
- public:
-  platform::AudioHardware& audio() override { std::abort(); }
-  platform::MicCapture& mic() override { std::abort(); }
-  platform::WriterFactory& writers() override { std::abort(); }
-  platform::NotificationCenter& notifications() override { return center; }
-  platform::Workspace& workspace() override { return desk; }
-
-  sim::SimNotificationCenter center;
-  sim::SimWorkspace desk;
-};
 
 class NotifyFlowTest : public ::testing::Test {
  protected:
@@ -80,7 +66,7 @@ class NotifyFlowTest : public ::testing::Test {
   }
   std::vector<std::string> categoryIDs() const {
     std::vector<std::string> out;
-    for (const auto& c : center_.categories()) out.push_back(c.identifier);
+    for (const auto& c : center_.categories.get()) out.push_back(c.identifier);
     return out;
   }
 
@@ -95,7 +81,7 @@ class NotifyFlowTest : public ::testing::Test {
 
   test::ScratchDir scratch_;
   const std::string home_ = scratch_.root();
-  SimNotifyPlatform sim_;
+  sim::SimPlatform sim_;
   sim::SimNotificationCenter& center_ = sim_.center;
   sim::SimWorkspace& desk_ = sim_.desk;
   int exits_ = 0;

@@ -49,7 +49,7 @@ TEST(AACWriterInput, BuildsRealTimeInputsAndFlagsClamping) {
     AACWriterInput r = makeAACWriterInput(writer, c.rate, c.channels, 128000, "sys", true);
     EXPECT_EQ(std::tuple(r.rate, r.channels, r.clamped), std::tuple(c.wantRate, c.wantChannels, c.clamped)) << c.rate;
     auto input = std::static_pointer_cast<sim::SimWriterInput>(r.input);
-    EXPECT_TRUE(input->expectsRealTime());
+    EXPECT_TRUE(input->realTime.get());
     EXPECT_EQ(input->settings().formatID, platform::kAudioFormatMPEG4AAC);
   }
 }

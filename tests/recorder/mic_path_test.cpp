@@ -47,7 +47,7 @@ TEST_F(RecorderTest, FormatChangeCountsOnceAndNotReadyBuffersDropUncounted) {
             (std::vector<std::string>{
                 "mic format: sr=48000.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=0/0 changes=0",
                 "mic format: sr=44100.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=0/0 changes=1"}));
-  track(0)->setReady(false);
+  track(0)->ready.set(false);
   mic(1'040'000'000, 0.25f, other);
   EXPECT_EQ(track(0)->appendAttempts(), 4);
   stopAndWait();

@@ -18,21 +18,21 @@ TEST_F(RecorderTest, DisconnectOfAnotherDeviceIsIgnoredOneNamingNoneRebuilds) {
 
   p.micSim.reconnect("usb");
   p.micSim.disconnect("builtin", false);
-  p.micSim.setDefaultDevice("usb");
+  p.micSim.defaultUID.set("usb");
   LogCapture recovery;
   p.micSim.postDeviceDisconnected(nullptr);
   EXPECT_EQ(recovery.lines(),
             (std::vector<std::string>{"mic disconnect: mic device disconnected: unknown — attempting mic input rebuild",
                                       "mic rebuild: swapped in USB Mic [usb]", "mic input rebuilt successfully"}));
-  auto inputs = p.micSim.lastSession()->inputs();
+  auto inputs = p.micSim.lastSession.get()->inputs.get();
   ASSERT_EQ(inputs.size(), 1u);
   EXPECT_EQ(inputs[0]->device()->uniqueID(), "usb");
-  EXPECT_TRUE(p.micSim.lastSession()->isRunning());
+  EXPECT_TRUE(p.micSim.lastSession.get()->isRunning());
 }
 
 TEST_F(RecorderTest, RuntimeErrorsRebuildOnDeviceLossAndOtherwiseRestart) {
   started(false, true);
-  auto session = p.micSim.lastSession();
+  auto session = p.micSim.lastSession.get();
   p.micSim.postRuntimeError(session, Error{"NSOSStatusErrorDomain", -50, "foreign"});
   EXPECT_TRUE(
       logs.has("mic disconnect: capture session runtime error (device loss): foreign — attempting mic input "
@@ -41,8 +41,8 @@ TEST_F(RecorderTest, RuntimeErrorsRebuildOnDeviceLossAndOtherwiseRestart) {
 
   p.micSim.postRuntimeError(session, Error{platform::kCaptureErrorDomain, -11800, "hiccup"});
   EXPECT_TRUE(logs.has("mic: capture session runtime error (non-device): hiccup — session still running, no action"));
-  session->setRunning(false);
-  session->failNextStarts(1);
+  session->stopRunning();
+  session->failStarts.set(1);
   p.micSim.postRuntimeError(session, Error{platform::kCaptureErrorDomain, -11800, "hiccup"});
   EXPECT_TRUE(
       logs.has("mic: capture session runtime error (non-device): hiccup — restarting session (input left in "
@@ -72,7 +72,7 @@ TEST_F(RecorderTest, AbsentPinnedMicEndsTheTrackEarlyWithOneNotice) {
 TEST_F(RecorderTest, ADisconnectHandledAfterStopBeganDoesNothing) {
   p.micSim.addDevice("pinned", "Desk Mic");
   started(false, true, "pinned");
-  p.micSim.device("pinned")->setConnected(false);
+  p.micSim.disconnect("pinned", false);
   p.micSim.postDeviceDisconnected(nullptr, false);
   ASSERT_TRUE(eventually([&] { return logs.has("mic input rebuild attempt 1 failed — retrying in 500ms"); }));
   p.micSim.postDeviceDisconnected(nullptr, false);  // queued behind the first, runs after stop began
