@@ -50,7 +50,7 @@ TEST_F(RecorderTest, RuntimeErrorsRebuildOnDeviceLossAndOtherwiseRestart) {
   EXPECT_TRUE(
       logs.has("mic: session did not restart after non-device error — leaving as-is (buffers may resume "
                "when the error clears)"));
-  EXPECT_TRUE(notices().empty());
+  EXPECT_TRUE(notices.get().empty());
 }
 
 TEST_F(RecorderTest, AbsentPinnedMicEndsTheTrackEarlyWithOneNotice) {
@@ -60,11 +60,11 @@ TEST_F(RecorderTest, AbsentPinnedMicEndsTheTrackEarlyWithOneNotice) {
   const std::string refusal = "mic rebuild: pinned mic pinned not available — not falling back to a different device";
   EXPECT_EQ(logs.count(refusal), 2u);
   EXPECT_TRUE(logs.has("mic input rebuild retry also failed — 'me' track ended early (system audio still recording)"));
-  EXPECT_EQ(notices(), (std::vector<Notice>{micNotice}));
+  EXPECT_EQ(notices.get(), (std::vector<Notice>{micNotice}));
 
   p.micSim.postDeviceDisconnected(nullptr);  // the track already ended
   EXPECT_EQ(logs.matching("mic disconnect: ").size(), 1u);
-  EXPECT_EQ(notices().size(), 1u);
+  EXPECT_EQ(notices.get().size(), 1u);
   stopAndWait();
   EXPECT_NE(logs.matching("stats: ").at(0).find("micEndedEarly=true"), std::string::npos);
 }

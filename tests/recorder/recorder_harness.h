@@ -47,7 +47,7 @@ class RecorderTest : public ::testing::Test {
   Recorder& make(bool system, bool mic, std::optional<std::string> micUID = std::nullopt) {
     rec = std::make_unique<Recorder>(p, path, system, mic, std::move(micUID),
                                      [this](const std::string& t, const std::string& b, const std::string& s) {
-                                       notices_.push_back(Notice{t, b, s});
+                                       notices.push_back(Notice{t, b, s});
                                      });
     return *rec;
   }
@@ -69,7 +69,6 @@ class RecorderTest : public ::testing::Test {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));  // a second call would land by now
     return calls;
   }
-  std::vector<Notice> notices() { return notices_.get(); }
   std::shared_ptr<sim::SimWriterRecord> writer() { return p.writerSim.lastWriter(); }
   std::shared_ptr<sim::SimWriterInput> track(size_t i) { return writer()->inputs.get().at(i); }
   // Feeds one mic buffer through the capture output and waits for its handling.
@@ -95,9 +94,7 @@ class RecorderTest : public ::testing::Test {
   LogCapture logs;
   std::string path = scratch.path("call.m4a");
   std::unique_ptr<Recorder> rec;
-
- private:
-  sim::Locked<std::vector<Notice>> notices_;
+  sim::Locked<std::vector<Notice>> notices;  // every notice posted, in order
 };
 
 }  // namespace ac::test

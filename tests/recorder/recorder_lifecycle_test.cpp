@@ -88,7 +88,7 @@ TEST_F(RecorderTest, FailedFinalizeWithoutAnErrorStillNotifiesAndCompletesOnce) 
   started(false, true);
   EXPECT_EQ(stopAndWait(), 1);
   EXPECT_TRUE(logs.has("writer failed: status=3 ?"));
-  EXPECT_EQ(notices(), (std::vector<Notice>{{"Audio write failed", diskFullAdvice, "Basso"}}));
+  EXPECT_EQ(notices.get(), (std::vector<Notice>{{"Audio write failed", diskFullAdvice, "Basso"}}));
 }
 
 }  // namespace

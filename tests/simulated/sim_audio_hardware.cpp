@@ -58,7 +58,7 @@ OSStatus SimAudioHardware::createAggregateDevice(const nlohmann::json& descripti
     // The master's input streams, then the tap's: one buffer when
     // interleaved, one mono buffer per channel otherwise.
     SimDevice agg{{description.value("uid", ""), description.value("name", ""), 0, master->outputStreams,
-                   master->inputChannels},
+                   master->inputChannels, 0},
                   true};
     const platform::StreamFormat& f = tap->format;
     if (f.formatFlags & platform::kAudioFormatFlagIsNonInterleaved)

@@ -76,6 +76,7 @@ class SimAudioHardware final : public platform::AudioHardware {
     OSStatus nameStatus = 0;          // non-zero: the name lookup fails with it
     uint32_t outputStreams = 1;       // 0: an input-only device
     std::vector<uint32_t> inputChannels;
+    int64_t sizeBias = 0;  // stream-configuration size queries report this many bytes more (or fewer)
   };
 
   ~SimAudioHardware() override { waitForListeners(5); }
@@ -92,12 +93,6 @@ class SimAudioHardware final : public platform::AudioHardware {
   }
   void setDefaultInput(AudioObjectID) {  // fires default-input listeners
     fire(platform::kAudioObjectSystemObject, platform::ListenedProperty::defaultInputDevice);
-  }
-  // Size queries of the device's stream configuration report `bias` bytes
-  // more (or fewer) than the configuration really takes.
-  void setStreamConfigSizeBias(AudioObjectID device, int64_t bias) {
-    std::lock_guard lock(mutex_);
-    devices_.at(device).sizeBias = bias;
   }
 
   // --- scripting: taps ---
@@ -245,7 +240,6 @@ class SimAudioHardware final : public platform::AudioHardware {
  private:
   struct SimDevice : Device {
     bool aggregate = false;
-    int64_t sizeBias = 0;
     // The channel count of each buffer of the scope's stream configuration.
     std::vector<uint32_t> buffers(Scope scope) const {
       return scope == Scope::input ? inputChannels : std::vector<uint32_t>(outputStreams, 2);
