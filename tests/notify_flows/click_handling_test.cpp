@@ -133,7 +133,7 @@ TEST_F(ClickHandling, CompanionFailuresAreSaidAndTheEmbeddingAppGetsTheNote) {
   desk_.bundleDir.set(embedded + "/Contents/Resources/vela/audio-capture-src/Vela.app");
   openCompanionAppOnNote(kMarker);
   std::vector<std::string> launched;
-  for (const auto& l : desk_.launches.get()) launched.push_back(l.appPath + " " + l.args.back());
+  for (const auto& l : desk_.launches.get()) launched.push_back(l.first + " " + l.second.back());
   EXPECT_EQ(launched, (std::vector<std::string>{"/apps/Vela.app recordings",
                                                 embedded + " vela://open-note?marker=" + kMarker}));
 }

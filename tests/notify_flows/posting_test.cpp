@@ -36,9 +36,7 @@ TEST_F(Posting, UndecidedIsAskedForAlertAndSoundOnlyWhenAllowedAndNoCentreEndsAt
   EXPECT_FALSE(center_.lastRequest.get());
 
   EXPECT_EQ(postNotifyBanner(request("/tmp/a.md")), notifyClickableLingerSeconds);
-  auto asked = center_.lastRequest.get();
-  ASSERT_TRUE(asked);
-  EXPECT_EQ(std::tuple(asked->alert, asked->sound, asked->badge), std::tuple(true, true, false));
+  EXPECT_EQ(center_.lastRequest.get(), std::tuple(true, true, false));
   EXPECT_EQ(center_.added.get().size(), 1u);
   EXPECT_EQ(readFile(statePath("notif-auth-status")), "authorized");
   // A centre that is not there hands this process no click: no linger.

@@ -10,7 +10,7 @@ namespace ac::test {
 namespace {
 
 TEST_F(RecorderTest, TheTenthMicFailureNotifiesOnceForTheWholeRecordingAndTheFirstLogsTheWriterError) {
-  p.writerSim.script().finishStatus = platform::WriterStatus::failed;
+  p.writerSim.script->finishStatus = platform::WriterStatus::failed;
   started(false, true);
   track(0)->failNextAppends(11, Error{platform::kPOSIXErrorDomain, 5, "Input/output error"});
   for (int i = 1; i <= 11; ++i) {

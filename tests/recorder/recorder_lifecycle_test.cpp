@@ -69,9 +69,9 @@ TEST_F(RecorderTest, SetupFailuresCarryTheirTexts) {
     SimPlatform fresh;
     addDevices(fresh);
     if (c.noMic) fresh.micSim.defaultUID.set(std::nullopt);
-    fresh.writerSim.script().canAddInputs = !c.rejectInputs;
-    fresh.writerSim.script().startWritingSucceeds = !c.startFails;
-    if (c.createFails) fresh.writerSim.script().createError = Error{platform::kPOSIXErrorDomain, 2, "nope"};
+    fresh.writerSim.script->canAddInputs = !c.rejectInputs;
+    fresh.writerSim.script->startWritingSucceeds = !c.startFails;
+    if (c.createFails) fresh.writerSim.script->createError = Error{platform::kPOSIXErrorDomain, 2, "nope"};
     Recorder r(fresh, path, c.system, !c.system, std::nullopt, nullptr);
     try {
       r.setup();
@@ -84,7 +84,7 @@ TEST_F(RecorderTest, SetupFailuresCarryTheirTexts) {
 }
 
 TEST_F(RecorderTest, FailedFinalizeWithoutAnErrorStillNotifiesAndCompletesOnce) {
-  p.writerSim.script().finishStatus = platform::WriterStatus::failed;
+  p.writerSim.script->finishStatus = platform::WriterStatus::failed;
   started(false, true);
   EXPECT_EQ(stopAndWait(), 1);
   EXPECT_TRUE(logs.has("writer failed: status=3 ?"));

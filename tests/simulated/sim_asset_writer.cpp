@@ -17,8 +17,8 @@ bool SimWriterInput::append(const platform::SampleBuffer& sample) {
 std::unique_ptr<platform::AssetWriter> SimWriterFactory::makeMPEG4Writer(const std::string& path,
                                                                          platform::MediaTime fragmentInterval,
                                                                          Error& error) {
-  if (script_->createError) {
-    error = *script_->createError;
+  if (script->createError) {
+    error = *script->createError;
     return nullptr;
   }
   auto record = std::make_shared<SimWriterRecord>(path, fragmentInterval);
@@ -26,7 +26,7 @@ std::unique_ptr<platform::AssetWriter> SimWriterFactory::makeMPEG4Writer(const s
     std::lock_guard lock(mutex_);
     writers_.push_back(record);
   }
-  return std::make_unique<SimAssetWriter>(script_, record);
+  return std::make_unique<SimAssetWriter>(script, record);
 }
 
 }  // namespace ac::sim

@@ -134,8 +134,7 @@ class SimAssetWriter final : public platform::AssetWriter {
 
 class SimWriterFactory final : public platform::WriterFactory {
  public:
-  SimWriterFactory() : script_(std::make_shared<SimWriterScript>()) {}
-  SimWriterScript& script() { return *script_; }
+  const std::shared_ptr<SimWriterScript> script = std::make_shared<SimWriterScript>();
   // What the newest writer made so far did, or null.
   std::shared_ptr<SimWriterRecord> lastWriter() const {
     std::lock_guard lock(mutex_);
@@ -146,7 +145,6 @@ class SimWriterFactory final : public platform::WriterFactory {
                                                          Error& error) override;
 
  private:
-  std::shared_ptr<SimWriterScript> script_;
   mutable std::mutex mutex_;
   std::vector<std::shared_ptr<SimWriterRecord>> writers_;
 };

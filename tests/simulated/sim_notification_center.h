@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/notification_center.h"
@@ -33,9 +34,6 @@ class SimNotificationCenter final : public platform::NotificationCenter {
     std::string identifier;
     platform::NotificationContent content;
   };
-  struct RequestOptions {
-    bool alert = false, sound = false, badge = false;
-  };
   // The delivery date of added banners.
   static constexpr double deliveryDate = 1'800'000'000;
 
@@ -46,7 +44,7 @@ class SimNotificationCenter final : public platform::NotificationCenter {
   // --- records ---
   Locked<std::vector<Added>> added;
   Locked<std::vector<std::string>> removed;
-  Locked<std::optional<RequestOptions>> lastRequest;  // the options of the last authorization request
+  Locked<std::optional<std::tuple<bool, bool, bool>>> lastRequest;  // alert, sound, badge of the last request
 
   // Delivers a response for a delivered banner to the delegate, as a user's
   // click or action would; completion signals when it was answered. Nothing
@@ -66,7 +64,7 @@ class SimNotificationCenter final : public platform::NotificationCenter {
   }
   void requestAuthorization(bool alert, bool sound, bool badge,
                             std::function<void(bool, std::optional<Error>)> completion) override {
-    lastRequest.set(RequestOptions{alert, sound, badge});
+    lastRequest.set(std::tuple(alert, sound, badge));
     const Script s = script.with([](Script& s) {
       if (s.statusAfterRequest) s.status = s.statusAfterRequest;
       return s;

@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/workspace.h"
@@ -17,15 +18,6 @@ namespace ac::sim {
 
 class SimWorkspace final : public platform::Workspace {
  public:
-  struct Launch {
-    std::string appPath;
-    std::vector<std::string> args;
-  };
-  struct Distributed {
-    std::string name;
-    std::string object;
-  };
-
   // --- scripts ---
   Locked<std::optional<std::string>> bundleID = std::optional<std::string>("com.quorlan.vela.audio-capture");
   Locked<std::string> bundleDir = std::string("/nonexistent/audio-capture-src/bin");
@@ -34,8 +26,8 @@ class SimWorkspace final : public platform::Workspace {
 
   // --- records ---
   Locked<std::vector<std::string>> openedURLs;
-  Locked<std::vector<Launch>> launches;
-  Locked<std::vector<Distributed>> distributed;
+  Locked<std::vector<std::pair<std::string, std::vector<std::string>>>> launches;  // application path, arguments
+  Locked<std::vector<std::pair<std::string, std::string>>> distributed;           // name, object
 
   // --- platform::Workspace ---
   std::optional<std::string> bundleIdentifier() override { return bundleID.get(); }
@@ -48,11 +40,11 @@ class SimWorkspace final : public platform::Workspace {
   }
   std::optional<Error> openApplication(const std::string& appPath, const std::vector<std::string>& args) override {
     const std::optional<Error> error = launchError.get();
-    if (!error) launches.push_back(Launch{appPath, args});
+    if (!error) launches.push_back(std::pair{appPath, args});
     return error;
   }
   void postDistributedNotification(const std::string& name, const std::string& object) override {
-    distributed.push_back(Distributed{name, object});
+    distributed.push_back(std::pair{name, object});
   }
 };
 
