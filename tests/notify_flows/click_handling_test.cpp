@@ -84,7 +84,7 @@ TEST_F(ClickHandling, EveryAnswerSettlesTheJournalAndOnlyTheFirstActs) {
 }
 
 TEST_F(ClickHandling, StaleTemplatePickRaisesTheRefusalBannerAndStartsNothing) {
-  writeFile(home_ + "/.config/vela/template-shortcuts.json", R"({"v":1,"shortcuts":[{"id":"t1","name":"Renamed"}]})");
+  write(home_ + "/.config/vela/template-shortcuts.json", R"({"v":1,"shortcuts":[{"id":"t1","name":"Renamed"}]})");
   int settled = 0;
   installNotifyDelegate([&] { ++settled; });
   center_.delivered.set({banner("N1", NotifyClickPayload::make("vela-app:record-start"))});

@@ -27,7 +27,7 @@ TEST(NotifAuthWords, MarkerIsKeptForDeliveryOrADefiniteAnswer) {
 TEST_F(NotifAuth, SilentCentreIsUnknownAndRecorded) {
   center_.script.with([&](auto& s) { s.status = std::nullopt; });
   EXPECT_EQ(queryAndRecordNotifAuthStatus(0.05), "unknown");
-  EXPECT_EQ(readFile(statePath("notif-auth-status")), "unknown");
+  EXPECT_EQ(contents(statePath("notif-auth-status")), "unknown");
 }
 
 TEST_F(NotifAuth, GrantedRequestWritesTheMarkerAndTightensTheDirectory) {
@@ -37,8 +37,8 @@ TEST_F(NotifAuth, GrantedRequestWritesTheMarkerAndTightensTheDirectory) {
   captureStderr();
   EXPECT_EQ(requestNotifAuthAndRecord(), NotifAuthRequestRun::markerKept);
   std::string err = stderrText();
-  EXPECT_EQ(readFile(statePath(".notif-auth-requested")), "version=2\nstatus=authorized\napp_mtime=1700000000\n");
-  EXPECT_EQ(readFile(statePath("notif-auth-status")), "authorized");
+  EXPECT_EQ(contents(statePath(".notif-auth-requested")), "version=2\nstatus=authorized\napp_mtime=1700000000\n");
+  EXPECT_EQ(contents(statePath("notif-auth-status")), "authorized");
   std::string log =
       "[notif-auth] start; bundleID=com.quorlan.vela.audio-capture path=/nonexistent/audio-capture-src/bin\n"
       "[notif-auth] status BEFORE = notDetermined\n"
@@ -48,7 +48,7 @@ TEST_F(NotifAuth, GrantedRequestWritesTheMarkerAndTightensTheDirectory) {
       statePath(".notif-auth-requested") +
       " (version=2 status=authorized app_mtime=1700000000)\n"
       "[notif-auth] done\n";
-  EXPECT_EQ(readFile(statePath("notif-auth.log")), log);
+  EXPECT_EQ(contents(statePath("notif-auth.log")), log);
   EXPECT_EQ(err, log);
   struct stat st {};
   ASSERT_EQ(::stat(stateDir().c_str(), &st), 0);
@@ -56,7 +56,7 @@ TEST_F(NotifAuth, GrantedRequestWritesTheMarkerAndTightensTheDirectory) {
 }
 
 TEST_F(NotifAuth, DeniedWithoutADefiniteAnswerRemovesTheMarker) {
-  writeFile(statePath(".notif-auth-requested"), "version=2\nstatus=authorized\napp_mtime=1\n");
+  write(statePath(".notif-auth-requested"), "version=2\nstatus=authorized\napp_mtime=1\n");
   center_.script.with([&](auto& s) {
     s.status = 0;
     s.statusAfterRequest = 1;

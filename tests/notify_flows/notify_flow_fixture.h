@@ -21,7 +21,8 @@
 
 namespace ac::notify::testing {
 
-class NotifyFlowTest : public ::testing::Test {
+// The scratch directory is HOME; its whole-file reads and writes are the tests' own.
+class NotifyFlowTest : public ::testing::Test, protected test::ScratchDir {
  protected:
   void SetUp() override {
     ::setenv("HOME", home_.c_str(), 1);
@@ -53,10 +54,6 @@ class NotifyFlowTest : public ::testing::Test {
     secureStateDir(stateDir());
     return std::make_unique<test::HeldLock>(statePath(name));
   }
-  static std::string readFile(const std::string& path) { return test::ScratchDir::contents(path); }
-  static void writeFile(const std::string& path, const std::string& text, bool executable = false) {
-    test::ScratchDir::write(path, text, executable);
-  }
 
   // The journal's identifiers, comma-separated.
   static std::string journalIDs() {
@@ -79,8 +76,7 @@ class NotifyFlowTest : public ::testing::Test {
     return {id, content, at};
   }
 
-  test::ScratchDir scratch_;
-  const std::string home_ = scratch_.root();
+  const std::string home_ = root();
   sim::SimPlatform sim_;
   sim::SimNotificationCenter& center_ = sim_.center;
   sim::SimWorkspace& desk_ = sim_.desk;

@@ -31,14 +31,14 @@ TEST_F(Posting, UndecidedIsAskedForAlertAndSoundOnlyWhenAllowedAndNoCentreEndsAt
   captureStderr();
   EXPECT_EQ(postNotifyBanner(request("/tmp/a.md", /*allowAuth=*/false)), notifyPlainLingerSeconds);
   EXPECT_EQ(stderrText(), "notify: skipped (auth=notDetermined)\n");
-  EXPECT_EQ(readFile(statePath("notif-auth-status")), "notDetermined");
+  EXPECT_EQ(contents(statePath("notif-auth-status")), "notDetermined");
   EXPECT_TRUE(center_.added.get().empty());
   EXPECT_FALSE(center_.lastRequest.get());
 
   EXPECT_EQ(postNotifyBanner(request("/tmp/a.md")), notifyClickableLingerSeconds);
   EXPECT_EQ(center_.lastRequest.get(), std::tuple(true, true, false));
   EXPECT_EQ(center_.added.get().size(), 1u);
-  EXPECT_EQ(readFile(statePath("notif-auth-status")), "authorized");
+  EXPECT_EQ(contents(statePath("notif-auth-status")), "authorized");
   // A centre that is not there hands this process no click: no linger.
   center_.script.with([&](auto& s) { s.status = platform::kNotificationAuthorizationUnavailable; });
   EXPECT_EQ(postNotifyBanner(request("/tmp/a.md")), std::nullopt);
@@ -97,7 +97,7 @@ TEST_F(Posting, RecorderNoticeIsAPlainBannerUnlessBannersAreOff) {
 // Without the category registry's lock the prompt still goes up, without its
 // actions.
 TEST_F(Posting, MeetingPromptGetsItsOwnCategoryAndAnExpiry) {
-  writeFile(home_ + "/.config/vela/template-shortcuts.json", R"({"v":1,"shortcuts":[{"id":"t1","name":"Standup"}]})");
+  write(home_ + "/.config/vela/template-shortcuts.json", R"({"v":1,"shortcuts":[{"id":"t1","name":"Standup"}]})");
   center_.categories.set({{"foreign.category", {}, false}});
   auto lock = holdLock(notifyCategoryLockFileName);
   captureStderr();

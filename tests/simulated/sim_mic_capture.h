@@ -103,15 +103,12 @@ class SimCaptureSession final : public platform::CaptureSession {
 class SimMicCapture final : public platform::MicCapture {
  public:
   // --- scripting ---
-  std::shared_ptr<SimCaptureDevice> addDevice(const std::string& uid, const std::string& name) {
-    auto device = std::make_shared<SimCaptureDevice>(uid, name);
-    std::lock_guard lock(mutex_);
-    return devices_[uid] = device;
+  void addDevice(const std::string& uid, const std::string& name) {
+    devices_.with([&](auto& all) { all[uid] = std::make_shared<SimCaptureDevice>(uid, name); });
   }
   std::shared_ptr<SimCaptureDevice> device(const std::string& uid) const {
-    std::lock_guard lock(mutex_);
-    auto it = devices_.find(uid);
-    return it == devices_.end() ? nullptr : it->second;
+    auto all = devices_.get();
+    return all.contains(uid) ? all[uid] : nullptr;
   }
   Locked<std::optional<std::string>> defaultUID;  // answered only while that device is connected
   // Marks the device gone; with `notify`, posts the disconnect naming it.
@@ -149,14 +146,8 @@ class SimMicCapture final : public platform::MicCapture {
   void requestAccess(std::function<void(bool granted)> completion) override {
     if (completion) completion(true);
   }
-  std::shared_ptr<platform::CaptureDevice> defaultAudioDevice() override {
-    std::lock_guard lock(mutex_);
-    return connectedLocked(defaultUID.get());
-  }
-  std::shared_ptr<platform::CaptureDevice> deviceWithUniqueID(const std::string& uid) override {
-    std::lock_guard lock(mutex_);
-    return connectedLocked(uid);
-  }
+  std::shared_ptr<platform::CaptureDevice> defaultAudioDevice() override { return connected(defaultUID.get()); }
+  std::shared_ptr<platform::CaptureDevice> deviceWithUniqueID(const std::string& uid) override { return connected(uid); }
   std::shared_ptr<platform::CaptureDeviceInput> makeDeviceInput(const std::shared_ptr<platform::CaptureDevice>& device,
                                                                 Error& error) override {
     if (device && device->isConnected()) return std::make_shared<SimCaptureDeviceInput>(device);
@@ -164,14 +155,10 @@ class SimMicCapture final : public platform::MicCapture {
     return nullptr;
   }
   std::shared_ptr<platform::AudioDataOutput> makeAudioDataOutput() override {
-    auto output = std::make_shared<SimAudioDataOutput>();
-    lastOutput.set(output);
-    return output;
+    return lastOutput.with([](auto& last) { return last = std::make_shared<SimAudioDataOutput>(); });
   }
   std::shared_ptr<platform::CaptureSession> makeSession() override {
-    auto session = std::make_shared<SimCaptureSession>();
-    lastSession.set(session);
-    return session;
+    return lastSession.with([](auto& last) { return last = std::make_shared<SimCaptureSession>(); });
   }
   platform::ObserverToken observeDeviceDisconnected(
       ::ac::SerialQueue* queue, std::function<void(std::shared_ptr<platform::CaptureDevice>)> handler) override {
@@ -202,13 +189,13 @@ class SimMicCapture final : public platform::MicCapture {
     return nextToken_++;
   }
   // The device while it is connected, else null.
-  std::shared_ptr<SimCaptureDevice> connectedLocked(const std::optional<std::string>& uid) const {
-    auto it = uid ? devices_.find(*uid) : devices_.end();
-    return it != devices_.end() && it->second->isConnected() ? it->second : nullptr;
+  std::shared_ptr<SimCaptureDevice> connected(const std::optional<std::string>& uid) const {
+    auto d = uid ? device(*uid) : nullptr;
+    return d && d->isConnected() ? d : nullptr;
   }
 
   mutable std::mutex mutex_;
-  std::map<std::string, std::shared_ptr<SimCaptureDevice>> devices_;
+  Locked<std::map<std::string, std::shared_ptr<SimCaptureDevice>>> devices_;
   std::map<platform::ObserverToken, Observer> observers_;
   platform::ObserverToken nextToken_ = 1;
 };
