@@ -14,7 +14,7 @@ template <class T>
 class Locked {
  public:
   Locked() = default;
-  Locked(T value) : value_(std::move(value)) {}  // NOLINT: implicit, as a field's initializer
+  Locked(T value) : value_(std::move(value)) {}  // implicit, so that a field initializes from its value
   T get() const {
     std::lock_guard lock(mutex_);
     return value_;
