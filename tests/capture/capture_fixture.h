@@ -3,7 +3,6 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -19,21 +18,18 @@ using test::LogCapture;
 
 struct RecordingSink : SystemSampleSink {
   bool hasInput = true;
-  mutable std::mutex mutex;
-  std::vector<platform::SampleBuffer> samples;
-  std::vector<std::pair<std::string, std::string>> notices;
+  sim::Locked<std::vector<platform::SampleBuffer>> samples;
+  sim::Locked<std::vector<std::pair<std::string, std::string>>> notices;
 
   std::function<void()> drain;  // the chain's ring, drained on the callback thread
 
   bool hasSystemInput() const override { return hasInput; }
   void systemPeriodsReady() override { drain(); }
   void appendSystemSample(platform::MediaTime, platform::SampleBuffer& sample) override {
-    std::lock_guard lock(mutex);
     samples.push_back(std::move(sample));
   }
   void notifyAppendFailureOnce(const std::string& reason, const std::string& advice) override {
-    std::lock_guard lock(mutex);
-    notices.emplace_back(reason, advice);
+    notices.push_back(std::pair{reason, advice});
   }
 };
 
@@ -42,15 +38,11 @@ struct RecordingSink : SystemSampleSink {
 struct Rig {
   sim::SimAudioHardware hw;
   RecordingSink sink;
-  std::vector<std::string> posted;  // titles
-  std::mutex postedMutex;
+  sim::Locked<std::vector<std::string>> posted;  // titles
   AudioObjectID speakers = hw.addDevice({"spk", "Speakers", 0, 1, {}});
   AudioObjectID headset = hw.addDevice({"hs", "Headset", 0, 1, {1}});
   AudioObjectID usb = hw.addDevice({"usb", "USB Interface", 0, 1, {2, 2}});
-  SystemCapture capture{hw, sink, [this](const std::string& title, const std::string&, const std::string&) {
-                          std::lock_guard lock(postedMutex);
-                          posted.push_back(title);
-                        }};
+  SystemCapture capture{hw, sink, [this](const std::string& title, auto&, auto&) { posted.push_back(title); }};
 
   Rig() {
     hw.setDefaultOutput(speakers);
@@ -60,10 +52,6 @@ struct Rig {
     capture.setup();
     capture.start();
     capture.installListeners();
-  }
-  size_t postedCount() {
-    std::lock_guard lock(postedMutex);
-    return posted.size();
   }
 };
 

@@ -26,7 +26,7 @@ struct RecoveryTest : ::testing::Test {
     rig.hw.waitForListeners();
   }
   AudioObjectID tap() { return rig.hw.liveTaps().at(0); }
-  std::string lastMaster() { return rig.hw.aggregateDescriptions().back()["master"]; }
+  std::string lastMaster() { return rig.hw.aggregateDescriptions.get().back()["master"]; }
 };
 
 TEST_F(RecoveryTest, SameOutputOrAStoppedChainDoesNothing) {
@@ -38,7 +38,7 @@ TEST_F(RecoveryTest, SameOutputOrAStoppedChainDoesNothing) {
   EXPECT_TRUE(ranLocked);
   rig.hw.setDefaultOutput(rig.headset);  // listeners still installed
   ASSERT_TRUE(rig.hw.waitForListeners());
-  EXPECT_EQ(rig.hw.aggregateDescriptions().size(), 1u);
+  EXPECT_EQ(rig.hw.aggregateDescriptions.get().size(), 1u);
 }
 
 TEST_F(RecoveryTest, OneRetryAfterHalfASecondWithAFreshOutput) {
@@ -54,9 +54,9 @@ TEST_F(RecoveryTest, OneRetryAfterHalfASecondWithAFreshOutput) {
   EXPECT_TRUE(logs.has("aggregate rebuilt successfully on retry (output=usb)"));
   EXPECT_TRUE(logs.has("sys topology: reason=rebuild sr=48000.0\u219248000.0 ch=2 bpf=8 changed=false aggBufs=3 "
                        "aggCh=[2,2,2] subBufs=2 tapBuf=2 tapBufCount=1 select=probe"));
-  EXPECT_EQ(rig.hw.aggregateDescriptions().size(), 3u);  // set-up, failed, retry; the second event is a no-op
+  EXPECT_EQ(rig.hw.aggregateDescriptions.get().size(), 3u);  // set-up, failed, retry; the second event is a no-op
   EXPECT_EQ(lastMaster(), "usb");
-  EXPECT_EQ(rig.postedCount(), 0u);
+  EXPECT_EQ(rig.posted.get().size(), 0u);
 }
 
 TEST_F(RecoveryTest, UndestroyableAggregateKeepsTheOldIOProcAndTwoDeadEndsPostOneNotice) {
@@ -67,19 +67,16 @@ TEST_F(RecoveryTest, UndestroyableAggregateKeepsTheOldIOProcAndTwoDeadEndsPostOn
   EXPECT_EQ(logs.count("rebuild aborted: AudioHardwareDestroyAggregateDevice failed \u2014 refusing to orphan an "
                        "aggregate that still holds the tap"),
             2u);
-  EXPECT_EQ(rig.hw.aggregateDescriptions().size(), 1u);
+  EXPECT_EQ(rig.hw.aggregateDescriptions.get().size(), 1u);
   rig.hw.setDefaultOutput(rig.usb);
   ASSERT_TRUE(rig.hw.waitForListeners());
   EXPECT_EQ(logs.count("aggregate rebuild retry also failed \u2014 system audio capture is dead until restart"), 2u);
-  {
-    std::lock_guard lock(rig.postedMutex);
-    EXPECT_EQ(rig.posted, std::vector<std::string>{"System audio stopped"});
-  }
+  EXPECT_EQ(rig.posted.get(), std::vector<std::string>{"System audio stopped"});
   rig.hw.clearFailures();
   auto proc = rig.hw.latestIOProc();
   rig.capture.teardown();
   EXPECT_TRUE(logs.has("teardown: stopping sys device"));  // the handle was kept
-  EXPECT_TRUE(proc->destroyed());
+  EXPECT_TRUE(proc->destroyed);
 }
 
 TEST_F(RecoveryTest, TapFormatChanges) {
@@ -104,7 +101,7 @@ TEST_F(RecoveryTest, TapFormatChanges) {
   EXPECT_TRUE(logs.has("sys topology: reason=tap-format-changed sr=48000.0\u219244100.0 ch=2 bpf=8 changed=true "
                        "aggBufs=1 aggCh=[2] subBufs=0 tapBuf=0 tapBufCount=1 select=probe"));
   EXPECT_TRUE(logs.has("tap-format: IOProc restarted on aggregate " + std::to_string(rig.hw.liveAggregates()[0])));
-  EXPECT_TRUE(oldProc->destroyed());
+  EXPECT_TRUE(oldProc->destroyed);
   EXPECT_EQ(rig.capture.stats().formatChanges, 1);
   EXPECT_EQ(rig.capture.systemFormat().sampleRate, 44100);
 }
@@ -116,7 +113,7 @@ TEST_F(RecoveryTest, StopFailureLeavesTheIOProcAlone) {
   EXPECT_TRUE(logs.has("tap-format: AudioDeviceStop returned -4 \u2014 leaving the IOProc alone (cannot prove the "
                        "callback is quiesced)"));
   EXPECT_EQ(rig.capture.systemFormat().sampleRate, 48000);
-  EXPECT_TRUE(rig.hw.latestIOProc()->running());
+  EXPECT_TRUE(rig.hw.latestIOProc()->running);
 }
 
 TEST_F(RecoveryTest, FailedRestartFallsBackToAFullRebuild) {
@@ -126,9 +123,9 @@ TEST_F(RecoveryTest, FailedRestartFallsBackToAFullRebuild) {
   EXPECT_TRUE(logs.has("startIOProc: AudioDeviceStart failed: -3"));
   EXPECT_TRUE(logs.has("tap-format: could not restart the IOProc \u2014 attempting a full aggregate rebuild"));
   EXPECT_TRUE(logs.has("tap-format: recovered via aggregate rebuild (output=spk)"));
-  EXPECT_EQ(rig.hw.aggregateDescriptions().size(), 2u);
-  EXPECT_TRUE(rig.hw.latestIOProc()->running());
-  EXPECT_EQ(rig.postedCount(), 0u);
+  EXPECT_EQ(rig.hw.aggregateDescriptions.get().size(), 2u);
+  EXPECT_TRUE(rig.hw.latestIOProc()->running);
+  EXPECT_EQ(rig.posted.get().size(), 0u);
 }
 
 }  // namespace

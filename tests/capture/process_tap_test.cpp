@@ -27,7 +27,7 @@ TEST(ProcessTap, EveryFailureLeavesNoTapBehind) {
   };
   for (const auto& c : cases) {
     sim::SimAudioHardware hw;
-    hw.setNextTapFormat(c.format);
+    hw.nextTapFormat.set(c.format);
     if (c.call) hw.failNext(c.call, c.status);
     std::string error = "no error";
     try {
@@ -46,14 +46,14 @@ TEST(ProcessTap, APrivateUnmutedGlobalStereoTapInAnAggregateOfExactlySevenKeys) 
   ProcessTap tap = createProcessTap(hw);
   EXPECT_EQ(tap.uid, "sim-tap-" + std::to_string(tap.tapID));
   EXPECT_EQ(tap.format.sampleRate, 48000);
-  auto t = hw.lastTapDescription();
+  auto t = hw.lastTapDescription.get();
   ASSERT_TRUE(t);
   EXPECT_TRUE(t->stereoGlobal && t->isPrivate && !t->muted && t->excludedProcesses.empty());
   AudioObjectID agg = createAggregate(hw, tap.uid, "spk");
   EXPECT_NE(agg, 0u);
   createAggregate(hw, tap.uid, "spk");
 
-  auto descriptions = hw.aggregateDescriptions();
+  auto descriptions = hw.aggregateDescriptions.get();
   ASSERT_EQ(descriptions.size(), 2u);
   nlohmann::json d = descriptions[0];
   const std::string uid = d["uid"];

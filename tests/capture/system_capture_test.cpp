@@ -25,12 +25,13 @@ TEST(SystemCapture, RecordsTheTapBehindAHeadsetInputEndToEnd) {
                        "aggCh=[1,2] subBufs=1 tapBuf=1 tapBufCount=1 select=probe"));
 
   auto proc = rig.hw.latestIOProc();
-  ASSERT_TRUE(proc && proc->running());
+  ASSERT_TRUE(proc && proc->running);
   testing::Buffers micAndTap({1, 2}, 8, {0.9f, 0.25f});
   proc->deliver(micAndTap.list(), 5000);
-  ASSERT_EQ(rig.sink.samples.size(), 1u);
-  EXPECT_EQ(rig.sink.samples[0].buffers.size(), 1u);
-  EXPECT_EQ(rig.sink.samples[0].numSamples, 8);
+  const auto samples = rig.sink.samples.get();
+  ASSERT_EQ(samples.size(), 1u);
+  EXPECT_EQ(samples[0].buffers.size(), 1u);
+  EXPECT_EQ(samples[0].numSamples, 8);
 
   EXPECT_EQ(rig.capture.stats().maxSampleAbs, 0.25f);  // the mic's samples are not the tap's
 
@@ -42,7 +43,7 @@ TEST(SystemCapture, RecordsTheTapBehindAHeadsetInputEndToEnd) {
                                       "teardown: destroying aggregate", "teardown: destroying tap"}));
   EXPECT_TRUE(rig.hw.liveTaps().empty());
   EXPECT_TRUE(rig.hw.liveAggregates().empty());
-  EXPECT_TRUE(proc->destroyed());
+  EXPECT_TRUE(proc->destroyed);
   EXPECT_EQ(rig.hw.listenerCount(platform::ListenedProperty::defaultOutputDevice), 0u);
 }
 
@@ -73,7 +74,7 @@ TEST(SystemCapture, FailedStartKeepsTheProcForTeardown) {
   EXPECT_THROW(rig.capture.start(), CaptureError);
   auto proc = rig.hw.latestIOProc();
   rig.capture.teardown();
-  EXPECT_TRUE(proc->destroyed());
+  EXPECT_TRUE(proc->destroyed);
 }
 
 TEST(SystemCapture, ScratchListIsLeakedOnlyWhenTheIOProcCannotBeProvenQuiesced) {

@@ -33,10 +33,7 @@ struct IOProcRig {
     t.hostTime = hostTime;
     handleSystemBuffer(state, &list, &t);
   }
-  size_t samples() {
-    std::lock_guard lock(sink.mutex);
-    return sink.samples.size();
-  }
+  size_t samples() { return sink.samples.get().size(); }
 };
 
 // One callback each; all but the first come after the periodic tick.
@@ -91,7 +88,7 @@ TEST(SystemIOProc, ThirtyTwoChannelNonInterleavedTapNeedsNoScratch) {
   Buffers bufs(std::vector<uint32_t>(32, 1));
   rig.call(bufs.list());
   ASSERT_EQ(rig.samples(), 1u);
-  EXPECT_EQ(rig.sink.samples[0].buffers.size(), 32u);
+  EXPECT_EQ(rig.sink.samples.get()[0].buffers.size(), 32u);
   EXPECT_EQ(rig.state.tapScratch, nullptr);
 }
 
@@ -105,11 +102,11 @@ TEST(SystemIOProc, TenthConsecutiveDropAsksForOneNotice) {
   rig.call(good.list());  // resets the streak
   rig.select(1, 1, 2);
   for (int i = 0; i < 9; ++i) rig.call(changed.list());
-  EXPECT_TRUE(rig.sink.notices.empty());
+  EXPECT_TRUE(rig.sink.notices.get().empty());
   for (int i = 0; i < 5; ++i) rig.call(changed.list());
-  EXPECT_EQ(rig.sink.notices, (decltype(rig.sink.notices){{"System audio not captured",
-                                                           "Some system audio may be missing from this recording. "
-                                                           "Stop and restart if you need it."}}));
+  const std::pair<std::string, std::string> notice{
+      "System audio not captured", "Some system audio may be missing from this recording. Stop and restart if you need it."};
+  EXPECT_EQ(rig.sink.notices.get(), std::vector{notice});
   EXPECT_EQ(rig.state.dataFailures.load(), 23);
   EXPECT_TRUE(rig.logs.has("tap buffer range 1+1 (probed against 2) unusable against an ABL of 3 buffers (6 ch "
                            "total, tap wants 2) \u2014 cannot identify the tap, dropping the callback (n=1)"));
@@ -123,11 +120,11 @@ TEST(SystemIOProc, StampsHostTimeInNanoseconds) {
   Buffers buf({2}, 480, {0.1f});
   rig.call(buf.list(), 3'000'000);
   ASSERT_EQ(rig.samples(), 1u);
-  const auto& t = rig.sink.samples[0].timing.at(0);
+  const auto t = rig.sink.samples.get()[0].timing.at(0);
   EXPECT_EQ(t.presentationTime, platform::MediaTime::make(125'000'000, 1'000'000'000));
   EXPECT_EQ(t.duration, platform::MediaTime::make(1, 48000));
   EXPECT_FALSE(t.decodeTime.valid);
-  EXPECT_EQ(rig.sink.samples[0].numSamples, 480);
+  EXPECT_EQ(rig.sink.samples.get()[0].numSamples, 480);
 
   EXPECT_DEATH(hostTimeToNanos(UINT64_MAX, 2, 1), "");
   EXPECT_DEATH(hostTimeToNanos(1, 1, 0), "");
@@ -158,7 +155,7 @@ TEST(TapScratch, SizedBetweenTwoAndTheCapAndCarriesOnlyTheTap) {
   Buffers micAndTap({1, 2});
   rig.call(micAndTap.list());
   ASSERT_EQ(rig.samples(), 1u);
-  const auto& sample = rig.sink.samples[0];
+  const auto sample = rig.sink.samples.get()[0];
   ASSERT_EQ(sample.buffers.size(), 1u);
   EXPECT_EQ(sample.bufferChannels[0], 2u);
   EXPECT_EQ(sample.buffers[0].size(), 64u);  // only the tap's bytes

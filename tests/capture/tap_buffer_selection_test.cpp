@@ -61,11 +61,10 @@ TEST(TapBufferRange, Currency) {
 TEST(InputStreamChannelCounts, ReadsClampsAndRefuses) {
   testing::LogCapture logs;
   sim::SimAudioHardware hw;
-  AudioObjectID dev = hw.addDevice({"d", "D", 0, 1, {2, 1, 8}});
-  EXPECT_EQ(inputStreamChannelCounts(hw, dev), (std::vector<uint32_t>{2, 1, 8}));
+  EXPECT_EQ(inputStreamChannelCounts(hw, hw.addDevice({"d", "D", 0, 1, {2, 1, 8}})), (std::vector<uint32_t>{2, 1, 8}));
 
   // The size query under-reports by one buffer: the header still declares 3.
-  hw.setStreamConfigSizeBias(dev, -16);
+  AudioObjectID dev = hw.addDevice({"d", "D", 0, 1, {2, 1, 8}, -16});
   EXPECT_EQ(inputStreamChannelCounts(hw, dev), (std::vector<uint32_t>{2, 1}));
   EXPECT_TRUE(logs.has("stream-config: device " + std::to_string(dev) +
                        " declared 3 input buffers in 40 bytes returned (room for 2; 40 predicted) \u2014 clamping"));
@@ -79,7 +78,7 @@ TEST(InputStreamChannelCounts, ReadsClampsAndRefuses) {
     return std::string("no error");
   };
   EXPECT_EQ(error(0), "-9 stream-config: invalid device id");
-  hw.setStreamConfigSizeBias(dev, 65560 - 56 + 1);
+  dev = hw.addDevice({"d", "D", 0, 1, {2, 1, 8}, 65560 - 56 + 1});
   EXPECT_EQ(error(dev), "-10 stream-config reported an implausible size (65561 bytes, max 65560) for device " +
                             std::to_string(dev));
 }

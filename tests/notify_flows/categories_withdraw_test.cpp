@@ -15,13 +15,13 @@ TEST_F(Categories, RegistrationKeepsWhatIsOnScreenYoungOrForeign) {
   std::string onScreen = "vela.meeting." + std::to_string(int64_t(now) - 3600) + ".A";
   std::string young = "vela.meeting." + std::to_string(int64_t(now) - 10) + ".B";
   std::string stale = "vela.meeting." + std::to_string(int64_t(now) - 3600) + ".C";
-  center_.setCategoriesDirectly({{stale, {}, false}, {"vela.silence-warning", {}, false}, {onScreen, {}, false},
+  center_.categories.set({{stale, {}, false}, {"vela.silence-warning", {}, false}, {onScreen, {}, false},
                                  {young, {}, false}});
-  center_.setDelivered({banner("N1", nullptr, onScreen)});
+  center_.delivered.set({banner("N1", nullptr, onScreen)});
   std::string fresh = MeetingBanner::categoryID(now);
   ASSERT_TRUE(registerCategory(center_, fresh, MeetingBanner::menu({})));
   EXPECT_EQ(categoryIDs(), (std::vector<std::string>{fresh, "vela.silence-warning", onScreen, young}));
-  EXPECT_EQ(center_.categories()[0].actions.at(0).identifier, "vela.act:start");
+  EXPECT_EQ(center_.categories.get()[0].actions.at(0).identifier, "vela.act:start");
 }
 
 // The meeting prompt's busy lock is proven where it is posted.
@@ -30,16 +30,16 @@ TEST_F(Categories, BusyLockOrUnreadableRegistryMeansNoActions) {
   captureStderr();
   EXPECT_FALSE(registerSilenceCategory(center_));
   lock.reset();
-  center_.editScript([&](auto& s) { s.answersCategories = false; });
+  center_.script.with([&](auto& s) { s.answersCategories = false; });
   EXPECT_FALSE(registerCategory(center_, "vela.meeting.1.X", MeetingBanner::menu({})));
   EXPECT_EQ(stderrText(),
             "notify: category registry lock busy — posting without actions\n"
             "notify: could not read the category registry — posting without actions\n");
-  EXPECT_TRUE(center_.categories().empty());
+  EXPECT_TRUE(center_.categories.get().empty());
 }
 
 TEST_F(Withdraw, TakesPromptsPostedBeforeTheBoundJournalFirst) {
-  center_.setDelivered({
+  center_.delivered.set({
       banner("old-prompt", NotifyClickPayload::make("vela-app:record-start"), "vela.meeting.1000.U"),
       banner("bare-prompt", NotifyClickPayload::make("vela-app:record-start"), "", 1500),
       banner("new-prompt", NotifyClickPayload::make("vela-app:record-start"), "vela.meeting.2000.V"),
@@ -52,11 +52,11 @@ TEST_F(Withdraw, TakesPromptsPostedBeforeTheBoundJournalFirst) {
   captureStderr();
   EXPECT_EQ(withdrawMeetingPrompts(2000.0), 2);
   EXPECT_EQ(stderrText(), "notify: withdraw — took back 2 meeting prompt(s)\n");
-  EXPECT_EQ(center_.removed(), (std::vector<std::string>{"old-prompt", "bare-prompt"}));
+  EXPECT_EQ(center_.removed.get(), (std::vector<std::string>{"old-prompt", "bare-prompt"}));
   EXPECT_EQ(journalIDs(), "new-prompt,note");
 
   EXPECT_EQ(withdrawMeetingPrompts(std::nullopt), 1);
-  EXPECT_EQ(center_.removed().back(), "new-prompt");
+  EXPECT_EQ(center_.removed.get().back(), "new-prompt");
 }
 
 TEST_F(Withdraw, RefusalsAreSaidAndRemoveNothing) {
@@ -77,15 +77,15 @@ TEST_F(Withdraw, RefusalsAreSaidAndRemoveNothing) {
   for (const auto& c : cases) {
     std::vector<platform::DeliveredNotification> shown = {banner("note", NotifyClickPayload::make("/tmp/a.md"))};
     if (c.promptShown) shown.push_back(banner("prompt", NotifyClickPayload::make("vela-app:record-start")));
-    center_.setDelivered(shown);
-    desk_.setBundleIdentifier(c.bundle);
-    center_.editScript([&](auto& s) { s.answersDelivered = c.answers; });
+    center_.delivered.set(shown);
+    desk_.bundleID.set(c.bundle);
+    center_.script.with([&](auto& s) { s.answersDelivered = c.answers; });
     auto lock = c.journalLocked ? holdLock(NotifyClickJournal::lockFileName) : nullptr;
     captureStderr();
     EXPECT_EQ(withdrawMeetingPrompts(std::nullopt), 0) << c.what;
     EXPECT_EQ(stderrText(), c.said) << c.what;
   }
-  EXPECT_TRUE(center_.removed().empty());
+  EXPECT_TRUE(center_.removed.get().empty());
 }
 
 }  // namespace

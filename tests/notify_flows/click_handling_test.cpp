@@ -60,7 +60,7 @@ TEST(ClickActionFolding, EachActionActsOnlyWhereItBelongs) {
 // Every answer settles its journal row, even one that may not act, so that no
 // later cold launch routes the banner again.
 TEST_F(ClickHandling, EveryAnswerSettlesTheJournalAndOnlyTheFirstActs) {
-  center_.setDelivered({banner("N1", NotifyClickPayload::make("/tmp/a.md")),
+  center_.delivered.set({banner("N1", NotifyClickPayload::make("/tmp/a.md")),
                         banner("N2", {{"vela_click_v", "1"}, {"vela_click_target", "/tmp/b.md"}}),
                         banner("N3", NotifyClickPayload::make("vela-app:recordings"))});
   for (const char* id : {"N1", "N2", "N3"}) NotifyClickJournal::record(id, "x", std::nullopt, wallSeconds());
@@ -78,25 +78,25 @@ TEST_F(ClickHandling, EveryAnswerSettlesTheJournalAndOnlyTheFirstActs) {
             "notify: click carried no routable target (unsupported-payload-version)\n"
             "notify: click already answered by the journal fallback\n");
   EXPECT_EQ(completions, 2);
-  EXPECT_EQ(desk_.openedURLs(), std::vector<std::string>{"obsidian://open?path=%2Ftmp%2Fa.md"});
-  EXPECT_TRUE(desk_.distributed().empty());  // the dismissed Recordings banner did nothing
+  EXPECT_EQ(desk_.openedURLs.get(), std::vector<std::string>{"obsidian://open?path=%2Ftmp%2Fa.md"});
+  EXPECT_TRUE(desk_.distributed.get().empty());  // the dismissed Recordings banner did nothing
   EXPECT_TRUE(NotifyClickJournal::read().empty());
 }
 
 TEST_F(ClickHandling, StaleTemplatePickRaisesTheRefusalBannerAndStartsNothing) {
-  writeFile(home_ + "/.config/vela/template-shortcuts.json", R"({"v":1,"shortcuts":[{"id":"t1","name":"Renamed"}]})");
+  write(home_ + "/.config/vela/template-shortcuts.json", R"({"v":1,"shortcuts":[{"id":"t1","name":"Renamed"}]})");
   int settled = 0;
   installNotifyDelegate([&] { ++settled; });
-  center_.setDelivered({banner("N1", NotifyClickPayload::make("vela-app:record-start"))});
+  center_.delivered.set({banner("N1", NotifyClickPayload::make("vela-app:record-start"))});
   captureStderr();
   center_.respond("N1", templateAction("t1", "Standup"));
   runMainQueueFor(0.3);
   EXPECT_EQ(stderrText(),
             "notify: meeting-prompt template pick refused (no longer on the roster as it was offered — deleted, "
             "renamed or duplicated since)\n");
-  ASSERT_EQ(center_.added().size(), 1u);
-  EXPECT_EQ(center_.added()[0].content.title, "That template has changed");
-  EXPECT_EQ(center_.added()[0].content.body, "No recording started. Pick again from the menu bar.");
+  ASSERT_EQ(center_.added.get().size(), 1u);
+  EXPECT_EQ(center_.added.get()[0].content.title, "That template has changed");
+  EXPECT_EQ(center_.added.get()[0].content.body, "No recording started. Pick again from the menu bar.");
   EXPECT_EQ(settled, 1);
   EXPECT_TRUE(notifyClickHandlers().deadlines.empty());
 }
@@ -119,8 +119,8 @@ TEST_F(ClickHandling, CompanionFailuresAreSaidAndTheEmbeddingAppGetsTheNote) {
        "notify: refused an open-note click with no recording marker\n"},
   };
   for (const auto& c : cases) {
-    desk_.setApplication("com.quorlan.vela", c.app);
-    desk_.setLaunchError(c.launchError);
+    if (c.app) desk_.applications.set({{"com.quorlan.vela", *c.app}});  // the first case has none
+    desk_.launchError.set(c.launchError);
     captureStderr();
     openCompanionAppOnRecordings();
     EXPECT_EQ(stderrText(), c.recordingsLine);
@@ -130,10 +130,10 @@ TEST_F(ClickHandling, CompanionFailuresAreSaidAndTheEmbeddingAppGetsTheNote) {
   }
   const std::string embedded = home_ + "/Vela.app";
   std::filesystem::create_directories(embedded);
-  desk_.setBundlePath(embedded + "/Contents/Resources/vela/audio-capture-src/Vela.app");
+  desk_.bundleDir.set(embedded + "/Contents/Resources/vela/audio-capture-src/Vela.app");
   openCompanionAppOnNote(kMarker);
   std::vector<std::string> launched;
-  for (const auto& l : desk_.launches()) launched.push_back(l.appPath + " " + l.args.back());
+  for (const auto& l : desk_.launches.get()) launched.push_back(l.first + " " + l.second.back());
   EXPECT_EQ(launched, (std::vector<std::string>{"/apps/Vela.app recordings",
                                                 embedded + " vela://open-note?marker=" + kMarker}));
 }

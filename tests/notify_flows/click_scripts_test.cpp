@@ -16,12 +16,12 @@ const std::string kMarker = "TRANSCRIPT_PENDING_1792530208_4242";
 
 TEST_F(ClickScripts, SilenceScriptRunsWithNullStreamsAndItsOutcomeIsNamed) {
   std::string script = home_ + "/silence.sh";
-  writeFile(script,
+  write(script,
             "#!/bin/sh\necho \"$*|$(readlink /proc/self/fd/0)|$(readlink /proc/self/fd/2)\" >" + home_ +
                 "/args\nexit ${SILENCE_STATUS:-0}\n",
             true);
   EXPECT_EQ(runSilenceIgnoreScript(script, kMarker, std::nullopt, 5), "ignored");
-  EXPECT_EQ(readFile(home_ + "/args"), kMarker + "|/dev/null|/dev/null\n");
+  EXPECT_EQ(contents(home_ + "/args"), kMarker + "|/dev/null|/dev/null\n");
   ::setenv("SILENCE_STATUS", "3", 1);
   EXPECT_EQ(runSilenceIgnoreScript(script, kMarker, 5, 5), "refused (status 3)");
   ::unsetenv("SILENCE_STATUS");
@@ -35,13 +35,13 @@ TEST_F(ClickScripts, HungSilenceScriptIsTerminatedThenKilled) {
     std::string script = home_ + "/hang.sh";
     std::filesystem::remove(home_ + "/got");
     std::string trap = obeys ? "echo TERM >" + home_ + "/got; exit 0" : "";
-    writeFile(script, "#!/bin/sh\ntrap '" + trap + "' TERM\necho $$ >" + home_ + "/pid\nwhile :; do sleep 0.05; done\n",
+    write(script, "#!/bin/sh\ntrap '" + trap + "' TERM\necho $$ >" + home_ + "/pid\nwhile :; do sleep 0.05; done\n",
               true);
     double start = monotonicSeconds();
     EXPECT_EQ(runSilenceIgnoreScript(script, kMarker, std::nullopt, 0.2), "timed out after 0.2s") << trap;
     EXPECT_GE(monotonicSeconds() - start, obeys ? 0.2 : 1.2) << trap;
     EXPECT_EQ(std::filesystem::exists(home_ + "/got"), obeys) << "SIGTERM comes first";
-    EXPECT_NE(::kill(std::stoi(readFile(home_ + "/pid")), 0), 0) << trap << ": the script is gone";
+    EXPECT_NE(::kill(std::stoi(contents(home_ + "/pid")), 0), 0) << trap << ": the script is gone";
   }
 }
 
@@ -61,12 +61,12 @@ TEST_F(ClickScripts, SilenceClickRunsOnlyATrustedScriptBesideTheBundle) {
       {0777, 0755, refused + script + none},
       {0755, 0775, refused + res + "/lib" + none},
   };
-  desk_.setBundlePath(res + "/audio-capture-src/Vela.app");
+  desk_.bundleDir.set(res + "/audio-capture-src/Vela.app");
   for (const auto& c : cases) {
     const bool runs = c.said.ends_with("snoozed\n");
     std::filesystem::remove_all(res);
     std::filesystem::remove(home_ + "/ran");
-    writeFile(script, "#!/bin/sh\necho \"$*\" >" + home_ + "/ran\n", true);
+    write(script, "#!/bin/sh\necho \"$*\" >" + home_ + "/ran\n", true);
     ::chmod(script.c_str(), c.scriptMode);
     ::chmod((res + "/lib").c_str(), c.libMode);
     int settled = 0;
@@ -76,7 +76,7 @@ TEST_F(ClickScripts, SilenceClickRunsOnlyATrustedScriptBesideTheBundle) {
     for (int i = 0; i < 100 && !settled; ++i) runMainQueueFor(0.05);
     EXPECT_EQ(stderrText(), c.said);
     EXPECT_EQ(settled, 1) << c.said;
-    EXPECT_EQ(std::filesystem::exists(home_ + "/ran") ? readFile(home_ + "/ran") : "", runs ? kMarker + " 5\n" : "");
+    EXPECT_EQ(std::filesystem::exists(home_ + "/ran") ? contents(home_ + "/ran") : "", runs ? kMarker + " 5\n" : "");
     EXPECT_TRUE(notifyClickHandlers().deadlines.empty()) << c.said;
   }
 }
@@ -119,11 +119,11 @@ TEST_F(RecordStart, ScriptOutputIsEchoedAndClassified) {
   };
   ::setenv("VELA_TEMPLATE_ID", "leaked", 1);
   for (const auto& c : cases) {
-    writeFile(script_, "#!/bin/sh\necho \"template=${VELA_TEMPLATE_ID-unset}\" >" + home_ + "/env\n" + c.body, true);
+    write(script_, "#!/bin/sh\necho \"template=${VELA_TEMPLATE_ID-unset}\" >" + home_ + "/env\n" + c.body, true);
     captureStderr();
     EXPECT_EQ(runRecordStartForClick(script_, c.templateID, c.wait), c.outcome) << c.body;
     EXPECT_EQ(stderrText(), c.said);
-    EXPECT_EQ(readFile(home_ + "/env"), "template=" + c.templateID.value_or("unset") + "\n");
+    EXPECT_EQ(contents(home_ + "/env"), "template=" + c.templateID.value_or("unset") + "\n");
   }
   captureStderr();
   auto outcome = runRecordStartForClick(home_ + "/missing", std::nullopt, 5);
@@ -139,7 +139,7 @@ TEST_F(RecordStart, ClickShowsTheRefusalBannerThenSettles) {
       {"#!/bin/sh\necho '> ❌ No microphone.'\nexit 1\n", "No microphone."},
   };
   for (const auto& [script, body] : cases) {
-    if (script) writeFile(script_, *script, true);
+    if (script) write(script_, *script, true);
     int settled = 0;
     captureStderr();
     startRecordingFromNotifyClick(std::nullopt, [&] { ++settled; });
@@ -149,7 +149,7 @@ TEST_F(RecordStart, ClickShowsTheRefusalBannerThenSettles) {
       EXPECT_EQ(said, "notify: no record-start script to run\n");
     }
     EXPECT_EQ(settled, 1);
-    const auto content = center_.added().back().content;
+    const auto content = center_.added.get().back().content;
     EXPECT_EQ(content.title + "|" + content.body + "|" + content.soundName, "Couldn't start recording|" + body + "|Basso");
     EXPECT_TRUE(notifyClickHandlers().deadlines.empty());
   }

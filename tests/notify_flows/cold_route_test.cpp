@@ -69,23 +69,23 @@ TEST_F(ColdRoute, OnlyTheOneBannerGoneIsRoutedAndSettled) {
     SCOPED_TRACE(c.what);
     std::vector<platform::DeliveredNotification> banners;
     for (const auto& id : c.delivered.value_or(IDs{})) banners.push_back(banner(id, nullptr));
-    center_.setDelivered(banners);
-    center_.editScript([&](auto& s) { s.answersDelivered = c.delivered.has_value(); });
+    center_.delivered.set(banners);
+    center_.script.with([&](auto& s) { s.answersDelivered = c.delivered.has_value(); });
     NotifyClickJournal::update(NotifyClickJournal::defaultURL(), [&](auto) { return c.file.value_or(c.snapshot); });
     auto lock = c.twist == journalLocked ? holdLock(NotifyClickJournal::lockFileName) : nullptr;
     auto& once = onces.emplace_back();
     if (c.twist == answeredByTheDelegate) once.take();
-    const size_t opened = desk_.openedURLs().size();
+    const size_t opened = desk_.openedURLs.get().size();
     captureStderr();
     routeColdClickFromJournal(center_, once, c.snapshot);
     runMainQueueFor(c.delivered ? 0.3 : deliveredQueryTimeoutSeconds + 0.3);
     EXPECT_EQ(stderrText(), c.said);
-    EXPECT_EQ(desk_.openedURLs().size() - opened, c.opensNote ? 1u : 0u);
+    EXPECT_EQ(desk_.openedURLs.get().size() - opened, c.opensNote ? 1u : 0u);
     lock.reset();
     EXPECT_EQ(journalIDs(), c.journalLeft);
   }
-  EXPECT_EQ(desk_.openedURLs().at(0), "obsidian://open?path=%2Ftmp%2Fa.md");
-  EXPECT_EQ(desk_.distributed().size(), 2u);
+  EXPECT_EQ(desk_.openedURLs.get().at(0), "obsidian://open?path=%2Ftmp%2Fa.md");
+  EXPECT_EQ(desk_.distributed.get().size(), 2u);
 }
 
 }  // namespace

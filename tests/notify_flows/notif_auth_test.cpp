@@ -25,20 +25,20 @@ TEST(NotifAuthWords, MarkerIsKeptForDeliveryOrADefiniteAnswer) {
 }
 
 TEST_F(NotifAuth, SilentCentreIsUnknownAndRecorded) {
-  center_.editScript([&](auto& s) { s.status = std::nullopt; });
+  center_.script.with([&](auto& s) { s.status = std::nullopt; });
   EXPECT_EQ(queryAndRecordNotifAuthStatus(0.05), "unknown");
-  EXPECT_EQ(readFile(statePath("notif-auth-status")), "unknown");
+  EXPECT_EQ(contents(statePath("notif-auth-status")), "unknown");
 }
 
 TEST_F(NotifAuth, GrantedRequestWritesTheMarkerAndTightensTheDirectory) {
   std::filesystem::create_directories(stateDir());
   ::chmod(stateDir().c_str(), 0755);
-  center_.editScript([&](auto& s) { s.status = 0; s.statusAfterRequest = 2; });
+  center_.script.with([&](auto& s) { s.status = 0; s.statusAfterRequest = 2; });
   captureStderr();
   EXPECT_EQ(requestNotifAuthAndRecord(), NotifAuthRequestRun::markerKept);
   std::string err = stderrText();
-  EXPECT_EQ(readFile(statePath(".notif-auth-requested")), "version=2\nstatus=authorized\napp_mtime=1700000000\n");
-  EXPECT_EQ(readFile(statePath("notif-auth-status")), "authorized");
+  EXPECT_EQ(contents(statePath(".notif-auth-requested")), "version=2\nstatus=authorized\napp_mtime=1700000000\n");
+  EXPECT_EQ(contents(statePath("notif-auth-status")), "authorized");
   std::string log =
       "[notif-auth] start; bundleID=com.quorlan.vela.audio-capture path=/nonexistent/audio-capture-src/bin\n"
       "[notif-auth] status BEFORE = notDetermined\n"
@@ -48,7 +48,7 @@ TEST_F(NotifAuth, GrantedRequestWritesTheMarkerAndTightensTheDirectory) {
       statePath(".notif-auth-requested") +
       " (version=2 status=authorized app_mtime=1700000000)\n"
       "[notif-auth] done\n";
-  EXPECT_EQ(readFile(statePath("notif-auth.log")), log);
+  EXPECT_EQ(contents(statePath("notif-auth.log")), log);
   EXPECT_EQ(err, log);
   struct stat st {};
   ASSERT_EQ(::stat(stateDir().c_str(), &st), 0);
@@ -56,8 +56,8 @@ TEST_F(NotifAuth, GrantedRequestWritesTheMarkerAndTightensTheDirectory) {
 }
 
 TEST_F(NotifAuth, DeniedWithoutADefiniteAnswerRemovesTheMarker) {
-  writeFile(statePath(".notif-auth-requested"), "version=2\nstatus=authorized\napp_mtime=1\n");
-  center_.editScript([&](auto& s) {
+  write(statePath(".notif-auth-requested"), "version=2\nstatus=authorized\napp_mtime=1\n");
+  center_.script.with([&](auto& s) {
     s.status = 0;
     s.statusAfterRequest = 1;
     s.grantsRequest = false;
@@ -78,7 +78,7 @@ TEST_F(NotifAuth, ASecondConcurrentRequestLeavesAtOnce) {
   double start = monotonicSeconds();
   EXPECT_EQ(requestNotifAuthAndRecord(), NotifAuthRequestRun::busy);
   EXPECT_LT(monotonicSeconds() - start, 0.5);
-  EXPECT_FALSE(center_.lastRequestOptions());
+  EXPECT_FALSE(center_.lastRequest.get());
   EXPECT_FALSE(std::filesystem::exists(statePath("notif-auth.log")));
 }
 

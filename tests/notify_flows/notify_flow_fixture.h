@@ -14,28 +14,15 @@
 #include "notify/click_handling.h"
 #include "notify/click_journal.h"
 #include "notify/state_dir.h"
-#include "platform/platform.h"
 #include "support/dispatch.h"
-#include "tests/simulated/sim_notification_center.h"
-#include "tests/simulated/sim_workspace.h"
+#include "tests/simulated/sim_platform.h"
 #include "tests/support/held_lock.h"
 #include "tests/support/scratch_dir.h"
 
 namespace ac::notify::testing {
 
-class SimNotifyPlatform final : public platform::Platform {
- public:
-  platform::AudioHardware& audio() override { std::abort(); }
-  platform::MicCapture& mic() override { std::abort(); }
-  platform::WriterFactory& writers() override { std::abort(); }
-  platform::NotificationCenter& notifications() override { return center; }
-  platform::Workspace& workspace() override { return desk; }
-
-  sim::SimNotificationCenter center;
-  sim::SimWorkspace desk;
-};
-
-class NotifyFlowTest : public ::testing::Test {
+// The scratch directory is HOME; its whole-file reads and writes are the tests' own.
+class NotifyFlowTest : public ::testing::Test, protected test::ScratchDir {
  protected:
   void SetUp() override {
     ::setenv("HOME", home_.c_str(), 1);
@@ -67,10 +54,6 @@ class NotifyFlowTest : public ::testing::Test {
     secureStateDir(stateDir());
     return std::make_unique<test::HeldLock>(statePath(name));
   }
-  static std::string readFile(const std::string& path) { return test::ScratchDir::contents(path); }
-  static void writeFile(const std::string& path, const std::string& text, bool executable = false) {
-    test::ScratchDir::write(path, text, executable);
-  }
 
   // The journal's identifiers, comma-separated.
   static std::string journalIDs() {
@@ -80,7 +63,7 @@ class NotifyFlowTest : public ::testing::Test {
   }
   std::vector<std::string> categoryIDs() const {
     std::vector<std::string> out;
-    for (const auto& c : center_.categories()) out.push_back(c.identifier);
+    for (const auto& c : center_.categories.get()) out.push_back(c.identifier);
     return out;
   }
 
@@ -93,9 +76,8 @@ class NotifyFlowTest : public ::testing::Test {
     return {id, content, at};
   }
 
-  test::ScratchDir scratch_;
-  const std::string home_ = scratch_.root();
-  SimNotifyPlatform sim_;
+  const std::string home_ = root();
+  sim::SimPlatform sim_;
   sim::SimNotificationCenter& center_ = sim_.center;
   sim::SimWorkspace& desk_ = sim_.desk;
   int exits_ = 0;

@@ -36,30 +36,16 @@ TEST(AACSettings, CandidatesDescendToTheFloorThenTheStereoBackstop) {
   EXPECT_EQ(aacSettingsCandidates(7000, 2), (std::vector<C>{{8000, 2}, {48000, 2}}));
 }
 
-TEST(AACWriterInput, BuildsRealTimeInputsAndFlagsClamping) {
-  const struct {
-    double rate;
-    uint32_t channels;
-    double wantRate;
-    int wantChannels;
-    bool clamped;
-  } cases[] = {{45000, 2, 44100, 2, true}, {48000, 6, 48000, 2, true}, {44100, 2, 44100, 2, false}};
-  for (const auto& c : cases) {
-    sim::SimAssetWriter writer(std::make_shared<sim::SimWriterScript>());
-    AACWriterInput r = makeAACWriterInput(writer, c.rate, c.channels, 128000, "sys", true);
-    EXPECT_EQ(std::tuple(r.rate, r.channels, r.clamped), std::tuple(c.wantRate, c.wantChannels, c.clamped)) << c.rate;
-    auto input = std::static_pointer_cast<sim::SimWriterInput>(r.input);
-    EXPECT_TRUE(input->expectsRealTime());
-    EXPECT_EQ(input->settings().formatID, platform::kAudioFormatMPEG4AAC);
-  }
-}
-
 TEST(AACWriterInput, StepsDownPastRefusalsWithOneLinePerStepAndThrowsMinusSevenWhenAllAreRefused) {
   LogCapture logs;
   auto script = std::make_shared<sim::SimWriterScript>();
   script->accepts = [](const platform::AudioOutputSettings& s) { return s.sampleRate <= 32000; };
   sim::SimAssetWriter writer(script);
-  EXPECT_EQ(makeAACWriterInput(writer, 96000, 2, 128000, "sys", true).rate, 32000);
+  const AACWriterInput r = makeAACWriterInput(writer, 96000, 2, 128000, "sys", true);
+  EXPECT_EQ(std::tuple(r.rate, r.channels, r.clamped), std::tuple(32000.0, 2, true));
+  auto input = std::static_pointer_cast<sim::SimWriterInput>(r.input);
+  EXPECT_TRUE(input->realTime.get());
+  EXPECT_EQ(input->settings().formatID, platform::kAudioFormatMPEG4AAC);
   EXPECT_EQ(logs.lines(),
             (std::vector<std::string>{"sys aac: encoder rejected sr=48000.0 ch=2 — stepping down",
                                       "sys aac: encoder rejected sr=44100.0 ch=2 — stepping down",
@@ -77,8 +63,9 @@ TEST(AACWriterInput, StepsDownPastRefusalsWithOneLinePerStepAndThrowsMinusSevenW
   EXPECT_EQ(logs.matching("mic aac: encoder rejected").size(), 9u);
 
   script->accepts = nullptr;
-  makeAACWriterInput(writer, 48000, 1, 64000, "mic", false);
+  EXPECT_FALSE(makeAACWriterInput(writer, 48000, 1, 64000, "mic", false).clamped);
   EXPECT_EQ(logs.lines().back(), "mic aac: requested PCM sr=48000.0 ch=1 → encode sr=48000.0 ch=1 (fixed)");
+  EXPECT_TRUE(makeAACWriterInput(writer, 48000, 6, 128000, "sys", true).clamped);  // the channels alone
 }
 
 }  // namespace

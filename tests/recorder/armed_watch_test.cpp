@@ -13,19 +13,10 @@ namespace {
 class ArmedWatchTest : public RecorderTest {
  protected:
   std::function<void(const std::string&)> recordReasons() {
-    return [this](const std::string& reason) {
-      std::lock_guard<std::mutex> lock(mutex_);
-      reasons_.push_back(reason);
-    };
+    return [this](const std::string& reason) { reasons_.push_back(reason); };
   }
-  std::vector<std::string> reasons() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return reasons_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<std::string> reasons_;
+  std::vector<std::string> reasons() { return reasons_.get(); }
+  sim::Locked<std::vector<std::string>> reasons_;
 };
 
 using platform::ListenedProperty;
@@ -46,7 +37,7 @@ TEST_F(ArmedWatchTest, FollowingTheDefaultAnyDefaultChangeReleasesEvenOneBeforeT
   rec->discardArmed();
   make(false, true).setup();
   p.micSim.addDevice("usb", "USB Mic");
-  p.micSim.setDefaultDevice("usb");
+  p.micSim.defaultUID.set("usb");
   ASSERT_TRUE(rec->installArmedInputWatch(recordReasons()));
   EXPECT_TRUE(logs.has("armed: bound input Built-in Mic invalid after setup (input-device-changed)"));
   EXPECT_EQ(reasons(), (std::vector<std::string>{"input-device-changed", "input-device-changed"}));
@@ -57,7 +48,7 @@ TEST_F(ArmedWatchTest, PinnedWatchesOnlyItsOwnDevice) {
   make(false, true, "pinned").setup();
   ASSERT_TRUE(rec->installArmedInputWatch(recordReasons()));
   EXPECT_EQ(p.hw.listenerCount(ListenedProperty::defaultInputDevice), 0u);
-  p.micSim.setDefaultDevice(std::nullopt);  // a pinned recorder does not care
+  p.micSim.defaultUID.set(std::nullopt);  // a pinned recorder does not care
   EXPECT_EQ(rec->armedDeviceStaleReason(), std::nullopt);
   p.micSim.disconnect("builtin");
   EXPECT_TRUE(reasons().empty());
@@ -81,8 +72,8 @@ TEST_F(ArmedWatchTest, DiscardCancelsTheWriterAndRemovesOnlyItsOwnOutput) {
   ASSERT_TRUE(rec->installArmedInputWatch(recordReasons()));
   std::ofstream(path) << "header";
   rec->discardArmed();
-  EXPECT_TRUE(writer()->cancelled());
-  EXPECT_TRUE(writer()->released());
+  EXPECT_EQ(writer()->status.get(), platform::WriterStatus::cancelled);
+  EXPECT_TRUE(writer()->released.get());
   EXPECT_FALSE(std::filesystem::exists(path));
   EXPECT_EQ(p.micSim.observerCount(), 0u);
   rec->discardArmed();  // nothing left to remove: silent

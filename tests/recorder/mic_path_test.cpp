@@ -10,19 +10,19 @@ namespace ac::test {
 namespace {
 
 TEST_F(RecorderTest, TheTenthMicFailureNotifiesOnceForTheWholeRecordingAndTheFirstLogsTheWriterError) {
-  p.writerSim.script().finishStatus = platform::WriterStatus::failed;
+  p.writerSim.script->finishStatus = platform::WriterStatus::failed;
   started(false, true);
   track(0)->failNextAppends(11, Error{platform::kPOSIXErrorDomain, 5, "Input/output error"});
   for (int i = 1; i <= 11; ++i) {
     mic(1'000'000'000 + i * 10'000'000);
-    EXPECT_EQ(notices().size(), i < 10 ? 0u : 1u) << "after failure " << i;
+    EXPECT_EQ(notices.get().size(), i < 10 ? 0u : 1u) << "after failure " << i;
   }
   EXPECT_EQ(logs.count("mic writer error: Error Domain=NSPOSIXErrorDomain Code=5 \"Input/output error\""), 1u);
   EXPECT_EQ(logs.count("mic append failed: Input/output error"), 11u);
   EXPECT_EQ(stopAndWait(), 1);  // a failed finalize after them adds no notice
   EXPECT_TRUE(logs.has("writer failed: status=3 Input/output error"));
   EXPECT_TRUE(logs.has("finalize-failed call.m4a" + pidSuffix()));
-  EXPECT_EQ(notices(), (std::vector<Notice>{{"Audio write failed (Input/output error)", diskFullAdvice, "Basso"}}));
+  EXPECT_EQ(notices.get(), (std::vector<Notice>{{"Audio write failed (Input/output error)", diskFullAdvice, "Basso"}}));
   EXPECT_EQ(logs.count("user notify: Audio write failed (Input/output error). " + std::string(diskFullAdvice)), 1u);
 }
 
@@ -31,8 +31,8 @@ TEST_F(RecorderTest, SystemAppendFailuresLogEachAndNotifyAtTheTenth) {
   track(0)->failNextAppends(10, Error{platform::kCocoaErrorDomain, 640, "out of space"});
   for (int i = 1; i <= 10; ++i) sys(1'000'000'000 + i * 10'000'000);
   waitAttempts(0, 10);
-  ASSERT_TRUE(eventually([&] { return notices().size() == 1; }));
-  EXPECT_EQ(notices()[0].title, "Disk full");
+  ASSERT_TRUE(eventually([&] { return notices.get().size() == 1; }));
+  EXPECT_EQ(notices.get()[0].title, "Disk full");
   EXPECT_EQ(logs.count("system append failed: out of space"), 10u);
 }
 
@@ -47,7 +47,7 @@ TEST_F(RecorderTest, FormatChangeCountsOnceAndNotReadyBuffersDropUncounted) {
             (std::vector<std::string>{
                 "mic format: sr=48000.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=0/0 changes=0",
                 "mic format: sr=44100.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=0/0 changes=1"}));
-  track(0)->setReady(false);
+  track(0)->ready.set(false);
   mic(1'040'000'000, 0.25f, other);
   EXPECT_EQ(track(0)->appendAttempts(), 4);
   stopAndWait();

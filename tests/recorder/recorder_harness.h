@@ -15,13 +15,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/platform.h"
 #include "recorder/recorder.h"
-#include "simulated/sim_asset_writer.h"
-#include "simulated/sim_audio_hardware.h"
-#include "simulated/sim_mic_capture.h"
-#include "simulated/sim_notification_center.h"
-#include "simulated/sim_workspace.h"
+#include "simulated/sim_platform.h"
 #include "support/dispatch.h"
 #include "tests/support/eventually.h"
 #include "tests/support/log_capture.h"
@@ -29,20 +24,7 @@
 
 namespace ac::test {
 
-class SimPlatform final : public platform::Platform {
- public:
-  platform::AudioHardware& audio() override { return hw; }
-  platform::MicCapture& mic() override { return micSim; }
-  platform::WriterFactory& writers() override { return writerSim; }
-  platform::NotificationCenter& notifications() override { return center; }
-  platform::Workspace& workspace() override { return desk; }
-
-  sim::SimAudioHardware hw;
-  sim::SimMicCapture micSim;
-  sim::SimWriterFactory writerSim;
-  sim::SimNotificationCenter center;
-  sim::SimWorkspace desk;
-};
+using sim::SimPlatform;
 
 struct Notice {
   std::string title, body, sound;
@@ -53,7 +35,7 @@ struct Notice {
 // output (48 kHz stereo tap).
 inline void addDevices(SimPlatform& p) {
   p.micSim.addDevice("builtin", "Built-in Mic");
-  p.micSim.setDefaultDevice("builtin");
+  p.micSim.defaultUID.set("builtin");
   p.hw.setDefaultOutput(p.hw.addDevice({"speaker", std::string("Speaker"), 0, 1, {}}));
 }
 
@@ -65,8 +47,7 @@ class RecorderTest : public ::testing::Test {
   Recorder& make(bool system, bool mic, std::optional<std::string> micUID = std::nullopt) {
     rec = std::make_unique<Recorder>(p, path, system, mic, std::move(micUID),
                                      [this](const std::string& t, const std::string& b, const std::string& s) {
-                                       std::lock_guard<std::mutex> lock(noticesMutex_);
-                                       notices_.push_back({t, b, s});
+                                       notices.push_back(Notice{t, b, s});
                                      });
     return *rec;
   }
@@ -88,16 +69,12 @@ class RecorderTest : public ::testing::Test {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));  // a second call would land by now
     return calls;
   }
-  std::vector<Notice> notices() {
-    std::lock_guard<std::mutex> lock(noticesMutex_);
-    return notices_;
-  }
   std::shared_ptr<sim::SimWriterRecord> writer() { return p.writerSim.lastWriter(); }
-  std::shared_ptr<sim::SimWriterInput> track(size_t i) { return writer()->inputs().at(i); }
+  std::shared_ptr<sim::SimWriterInput> track(size_t i) { return writer()->inputs.get().at(i); }
   // Feeds one mic buffer through the capture output and waits for its handling.
   void mic(int64_t ptsNanos, float value = 0.25f,
            const platform::AudioFormatDescription& format = sim::micFloatFormat()) {
-    ASSERT_TRUE(p.micSim.lastOutput()->deliver(sim::micSampleBuffer(ptsNanos, 480, value, format)));
+    ASSERT_TRUE(p.micSim.lastOutput.get()->deliver(sim::micSampleBuffer(ptsNanos, 480, value, format)));
   }
 
   // Runs one IOProc period of stereo float system audio stamped `hostNanos`.
@@ -117,10 +94,7 @@ class RecorderTest : public ::testing::Test {
   LogCapture logs;
   std::string path = scratch.path("call.m4a");
   std::unique_ptr<Recorder> rec;
-
- private:
-  std::mutex noticesMutex_;
-  std::vector<Notice> notices_;
+  sim::Locked<std::vector<Notice>> notices;  // every notice posted, in order
 };
 
 }  // namespace ac::test

@@ -11,20 +11,20 @@ using platform::MediaTime;
 
 TEST_F(RecorderTest, MicOnlyRecordingHasOneTrackAndSkipsTheSystemTeardown) {
   started(false, true);
-  EXPECT_EQ(writer()->path(), path);
-  EXPECT_EQ(writer()->fragmentInterval(), MediaTime::make(3000, 600));
-  ASSERT_EQ(writer()->inputs().size(), 1u);
+  EXPECT_EQ(writer()->path, path);
+  EXPECT_EQ(writer()->fragmentInterval, MediaTime::make(3000, 600));
+  ASSERT_EQ(writer()->inputs.get().size(), 1u);
   EXPECT_EQ(track(0)->settings(), (platform::AudioOutputSettings{platform::kAudioFormatMPEG4AAC, 48000, 1, 64000}));
-  EXPECT_EQ(writer()->sessionStart()->value, 0);
-  EXPECT_EQ(p.micSim.lastOutput()->audioSettings().sampleRate, 48000);
-  EXPECT_TRUE(p.micSim.lastOutput()->audioSettings().isFloat);
-  EXPECT_TRUE(p.micSim.lastSession()->isRunning());
+  EXPECT_EQ(writer()->sessionStart.get()->value, 0);
+  EXPECT_EQ(p.micSim.lastOutput.get()->audioSettings().sampleRate, 48000);
+  EXPECT_TRUE(p.micSim.lastOutput.get()->audioSettings().isFloat);
+  EXPECT_TRUE(p.micSim.lastSession.get()->isRunning());
   EXPECT_EQ(p.hw.latestIOProc(), nullptr);
   EXPECT_TRUE(logs.has("mic device format: sr=48000.0 ch=1 id=1819304813 flags=0x9 bpf=4 bits=32 layout=0/0"));
 
   mic(1'000'000'000);
   EXPECT_EQ(stopAndWait(), 1);
-  EXPECT_TRUE(track(0)->finished());
+  EXPECT_TRUE(track(0)->finished.get());
   EXPECT_TRUE(logs.has("teardown: stopping mic session") && logs.has("teardown: mic session stopped"));
   EXPECT_FALSE(logs.has("teardown: stopping sys device"));
   EXPECT_TRUE(logs.has("finalize-ok call.m4a" + pidSuffix()));
@@ -35,12 +35,12 @@ TEST_F(RecorderTest, MicOnlyRecordingHasOneTrackAndSkipsTheSystemTeardown) {
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_EQ(again, 0);
   EXPECT_EQ(logs.count("stopping"), 1u);
-  EXPECT_EQ(writer()->finishCalls(), 1);
+  EXPECT_EQ(writer()->finishCalls.get(), 1);
 }
 
 TEST_F(RecorderTest, FirstMicSampleAnchorsZeroAndSystemSitsAtItsHostDistance) {
   started(true, true);
-  ASSERT_EQ(writer()->inputs().size(), 2u);
+  ASSERT_EQ(writer()->inputs.get().size(), 2u);
   EXPECT_EQ(track(0)->name, "System audio");  // system first
   EXPECT_EQ(track(0)->settings(), (platform::AudioOutputSettings{platform::kAudioFormatMPEG4AAC, 48000, 2, 128000}));
   EXPECT_EQ(track(1)->name, "Microphone");
@@ -68,10 +68,10 @@ TEST_F(RecorderTest, SetupFailuresCarryTheirTexts) {
   for (const auto& c : cases) {
     SimPlatform fresh;
     addDevices(fresh);
-    if (c.noMic) fresh.micSim.setDefaultDevice(std::nullopt);
-    fresh.writerSim.script().canAddInputs = !c.rejectInputs;
-    fresh.writerSim.script().startWritingSucceeds = !c.startFails;
-    if (c.createFails) fresh.writerSim.script().createError = Error{platform::kPOSIXErrorDomain, 2, "nope"};
+    if (c.noMic) fresh.micSim.defaultUID.set(std::nullopt);
+    fresh.writerSim.script->canAddInputs = !c.rejectInputs;
+    fresh.writerSim.script->startWritingSucceeds = !c.startFails;
+    if (c.createFails) fresh.writerSim.script->createError = Error{platform::kPOSIXErrorDomain, 2, "nope"};
     Recorder r(fresh, path, c.system, !c.system, std::nullopt, nullptr);
     try {
       r.setup();
@@ -84,11 +84,11 @@ TEST_F(RecorderTest, SetupFailuresCarryTheirTexts) {
 }
 
 TEST_F(RecorderTest, FailedFinalizeWithoutAnErrorStillNotifiesAndCompletesOnce) {
-  p.writerSim.script().finishStatus = platform::WriterStatus::failed;
+  p.writerSim.script->finishStatus = platform::WriterStatus::failed;
   started(false, true);
   EXPECT_EQ(stopAndWait(), 1);
   EXPECT_TRUE(logs.has("writer failed: status=3 ?"));
-  EXPECT_EQ(notices(), (std::vector<Notice>{{"Audio write failed", diskFullAdvice, "Basso"}}));
+  EXPECT_EQ(notices.get(), (std::vector<Notice>{{"Audio write failed", diskFullAdvice, "Basso"}}));
 }
 
 }  // namespace

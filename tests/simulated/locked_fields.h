@@ -1,5 +1,8 @@
-// Reads and writes of fields that one mutex guards: the simulated backends'
-// accessors are called from the code under test's threads and the test's.
+// A value and the one mutex that guards it: the simulated backends' scripts
+// and records are written from the code under test's threads and read from
+// the test's. Every read is a copy taken under the lock; with() runs a
+// change (or a read of several parts) inside it. Never call back into the
+// same Locked from inside with().
 #pragma once
 
 #include <mutex>
@@ -8,15 +11,28 @@
 namespace ac::sim {
 
 template <class T>
-T readLocked(std::mutex& mutex, const T& field) {
-  std::lock_guard<std::mutex> lock(mutex);
-  return field;
-}
+class Locked {
+ public:
+  Locked() = default;
+  Locked(T value) : value_(std::move(value)) {}  // implicit, so that a field initializes from its value
+  T get() const {
+    std::lock_guard lock(mutex_);
+    return value_;
+  }
+  void set(T value) { with([&](T& v) { v = std::move(value); }); }
+  template <class F>
+  auto with(F&& change) {
+    std::lock_guard lock(mutex_);
+    return change(value_);
+  }
+  template <class V>
+  void push_back(V&& item) {
+    with([&](T& v) { v.push_back(std::forward<V>(item)); });
+  }
 
-template <class T, class V>
-void writeLocked(std::mutex& mutex, T& field, V&& value) {
-  std::lock_guard<std::mutex> lock(mutex);
-  field = std::forward<V>(value);
-}
+ private:
+  mutable std::mutex mutex_;
+  T value_{};
+};
 
 }  // namespace ac::sim

@@ -16,7 +16,6 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -35,82 +34,60 @@ struct SimWriterScript {
   std::optional<Error> createError;  // makeMPEG4Writer fails with it
 };
 
-class SimWriterRecord;
+struct SimWriterRecord;
 
 class SimWriterInput final : public platform::WriterInput {
  public:
-  SimWriterInput(platform::AudioOutputSettings settings, std::weak_ptr<SimWriterRecord> writer)
-      : settings_(settings), writer_(std::move(writer)) {}
-  std::string name;  // as the recorder named the track; set once, before use
+  SimWriterInput(platform::AudioOutputSettings settings, std::weak_ptr<SimWriterRecord> writer, std::string name)
+      : name(std::move(name)), settings_(settings), writer_(std::move(writer)) {}
+  const std::string name;  // as the recorder named the track
 
   // --- scripting ---
-  void setReady(bool ready) { writeLocked(mutex_, ready_, ready); }
+  Locked<bool> ready = true;
   // The next `count` appends fail, each leaving `error` as the writer's error.
   void failNextAppends(int count, std::optional<Error> error) {
-    std::lock_guard lock(mutex_);
-    failAppends_ = count;
-    failError_ = std::move(error);
+    log_.with([&](AppendLog& l) { l.failing = count, l.error = std::move(error); });
   }
 
   // --- records ---
-  std::vector<platform::SampleBuffer> appended() const { return readLocked(mutex_, appended_); }
+  std::vector<platform::SampleBuffer> appended() const { return log_.get().appended; }
   std::vector<platform::MediaTime> appendedPTS() const {
     std::vector<platform::MediaTime> out;
     for (const auto& sb : appended()) out.push_back(sb.presentationTime());
     return out;
   }
-  int appendAttempts() const { return readLocked(mutex_, attempts_); }
-  bool expectsRealTime() const { return readLocked(mutex_, realTime_); }
-  bool finished() const { return readLocked(mutex_, finished_); }
+  int appendAttempts() const { return log_.get().attempts; }
+  Locked<bool> realTime, finished;
 
   // --- platform::WriterInput ---
   platform::AudioOutputSettings settings() const override { return settings_; }
-  void setExpectsMediaDataInRealTime(bool realTime) override { writeLocked(mutex_, realTime_, realTime); }
-  bool isReadyForMoreMediaData() override {
-    std::lock_guard lock(mutex_);
-    return ready_ && !finished_;
-  }
+  void setExpectsMediaDataInRealTime(bool value) override { realTime.set(value); }
+  bool isReadyForMoreMediaData() override { return ready.get() && !finished.get(); }
   bool append(const platform::SampleBuffer& sample) override;
-  void markAsFinished() override { writeLocked(mutex_, finished_, true); }
+  void markAsFinished() override { finished.set(true); }
 
  private:
+  struct AppendLog {
+    int failing = 0;
+    std::optional<Error> error;
+    int attempts = 0;
+    std::vector<platform::SampleBuffer> appended;
+  };
   const platform::AudioOutputSettings settings_;
   const std::weak_ptr<SimWriterRecord> writer_;
-  mutable std::mutex mutex_;
-  bool ready_ = true;
-  bool realTime_ = false;
-  bool finished_ = false;
-  int failAppends_ = 0;
-  std::optional<Error> failError_;
-  int attempts_ = 0;
-  std::vector<platform::SampleBuffer> appended_;
+  Locked<AppendLog> log_;
 };
 
 // What one writer was asked and did.
-class SimWriterRecord {
- public:
-  SimWriterRecord(std::string path, platform::MediaTime fragmentInterval)
-      : path_(std::move(path)), fragmentInterval_(fragmentInterval) {}
-  const std::string& path() const { return path_; }
-  platform::MediaTime fragmentInterval() const { return fragmentInterval_; }
-  std::vector<std::shared_ptr<SimWriterInput>> inputs() const { return readLocked(mutex_, inputs_); }  // in order
-  std::optional<platform::MediaTime> sessionStart() const { return readLocked(mutex_, sessionStart_); }
-  int finishCalls() const { return readLocked(mutex_, finishCalls_); }
-  bool cancelled() const { return readLocked(mutex_, status_) == platform::WriterStatus::cancelled; }
-  bool released() const { return readLocked(mutex_, released_); }
-  void setError(std::optional<Error> error) { writeLocked(mutex_, error_, std::move(error)); }
-
- private:
-  friend class SimAssetWriter;
-  const std::string path_;
-  const platform::MediaTime fragmentInterval_;
-  mutable std::mutex mutex_;
-  platform::WriterStatus status_ = platform::WriterStatus::unknown;
-  std::optional<Error> error_;
-  std::vector<std::shared_ptr<SimWriterInput>> inputs_;
-  std::optional<platform::MediaTime> sessionStart_;
-  int finishCalls_ = 0;
-  bool released_ = false;
+struct SimWriterRecord {
+  const std::string path;
+  const platform::MediaTime fragmentInterval;
+  Locked<platform::WriterStatus> status = platform::WriterStatus::unknown;
+  Locked<std::optional<Error>> error;
+  Locked<std::vector<std::shared_ptr<SimWriterInput>>> inputs;  // in order
+  Locked<std::optional<platform::MediaTime>> sessionStart;
+  Locked<int> finishCalls;
+  Locked<bool> released;  // the code under test let the writer go
 };
 
 class SimAssetWriter final : public platform::AssetWriter {
@@ -119,43 +96,36 @@ class SimAssetWriter final : public platform::AssetWriter {
                           std::shared_ptr<SimWriterRecord> record =
                               std::make_shared<SimWriterRecord>("", platform::MediaTime{}))
       : script_(std::move(script)), r_(std::move(record)) {}
-  ~SimAssetWriter() override { writeLocked(r_->mutex_, r_->released_, true); }
+  ~SimAssetWriter() override { r_->released.set(true); }
 
   bool canApplyOutputSettings(const platform::AudioOutputSettings& settings) override {
     return !script_->accepts || script_->accepts(settings);
   }
   std::shared_ptr<platform::WriterInput> makeInput(const platform::AudioOutputSettings& settings,
                                                    const std::string& name) override {
-    auto input = std::make_shared<SimWriterInput>(settings, r_);
-    input->name = name;
-    return input;
+    return std::make_shared<SimWriterInput>(settings, r_, name);
   }
   bool canAddInput(const std::shared_ptr<platform::WriterInput>&) override {
     return script_->canAddInputs && status() == platform::WriterStatus::unknown;
   }
   void addInput(const std::shared_ptr<platform::WriterInput>& input) override {
-    std::lock_guard lock(r_->mutex_);
-    r_->inputs_.push_back(std::static_pointer_cast<SimWriterInput>(input));
+    r_->inputs.push_back(std::static_pointer_cast<SimWriterInput>(input));
   }
   bool startWriting() override {
-    const bool ok = script_->startWritingSucceeds;
-    writeLocked(r_->mutex_, r_->status_, ok ? platform::WriterStatus::writing : platform::WriterStatus::failed);
-    return ok;
+    r_->status.set(script_->startWritingSucceeds ? platform::WriterStatus::writing : platform::WriterStatus::failed);
+    return script_->startWritingSucceeds;
   }
-  void startSession(platform::MediaTime sourceTime) override { writeLocked(r_->mutex_, r_->sessionStart_, sourceTime); }
+  void startSession(platform::MediaTime sourceTime) override { r_->sessionStart.set(sourceTime); }
   void finishWriting(std::function<void()> completion) override {
-    {
-      std::lock_guard lock(r_->mutex_);
-      ++r_->finishCalls_;
-      r_->status_ = script_->finishStatus;
-    }
+    r_->finishCalls.with([](int& n) { ++n; });
+    r_->status.set(script_->finishStatus);
     std::thread([completion = std::move(completion)] {
       if (completion) completion();
     }).detach();
   }
-  void cancelWriting() override { writeLocked(r_->mutex_, r_->status_, platform::WriterStatus::cancelled); }
-  platform::WriterStatus status() override { return readLocked(r_->mutex_, r_->status_); }
-  std::optional<Error> error() override { return readLocked(r_->mutex_, r_->error_); }
+  void cancelWriting() override { r_->status.set(platform::WriterStatus::cancelled); }
+  platform::WriterStatus status() override { return r_->status.get(); }
+  std::optional<Error> error() override { return r_->error.get(); }
 
  private:
   const std::shared_ptr<SimWriterScript> script_;
@@ -164,8 +134,7 @@ class SimAssetWriter final : public platform::AssetWriter {
 
 class SimWriterFactory final : public platform::WriterFactory {
  public:
-  SimWriterFactory() : script_(std::make_shared<SimWriterScript>()) {}
-  SimWriterScript& script() { return *script_; }
+  const std::shared_ptr<SimWriterScript> script = std::make_shared<SimWriterScript>();
   // What the newest writer made so far did, or null.
   std::shared_ptr<SimWriterRecord> lastWriter() const {
     std::lock_guard lock(mutex_);
@@ -176,7 +145,6 @@ class SimWriterFactory final : public platform::WriterFactory {
                                                          Error& error) override;
 
  private:
-  std::shared_ptr<SimWriterScript> script_;
   mutable std::mutex mutex_;
   std::vector<std::shared_ptr<SimWriterRecord>> writers_;
 };

@@ -46,10 +46,7 @@ OSStatus SimAudioHardware::streamConfiguration(AudioObjectID device, Scope scope
 }
 
 OSStatus SimAudioHardware::createAggregateDevice(const nlohmann::json& description, AudioObjectID& out) {
-  {
-    std::lock_guard lock(mutex_);
-    aggregateDescriptions_.push_back(description);  // refused requests too
-  }
+  aggregateDescriptions.push_back(description);  // refused requests too
   return answer("AudioHardwareCreateAggregateDevice", [&]() -> OSStatus {
     const SimDevice* master = nullptr;
     const Tap* tap = nullptr;
@@ -61,7 +58,7 @@ OSStatus SimAudioHardware::createAggregateDevice(const nlohmann::json& descripti
     // The master's input streams, then the tap's: one buffer when
     // interleaved, one mono buffer per channel otherwise.
     SimDevice agg{{description.value("uid", ""), description.value("name", ""), 0, master->outputStreams,
-                   master->inputChannels},
+                   master->inputChannels, 0},
                   true};
     const platform::StreamFormat& f = tap->format;
     if (f.formatFlags & platform::kAudioFormatFlagIsNonInterleaved)
@@ -78,10 +75,10 @@ OSStatus SimAudioHardware::changeProc(const char* call, AudioObjectID device, pl
                                       bool destroyed) {
   return answer(call, [&] {
     for (auto& p : procs_) {
-      if (p->id != proc || p->isDestroyed) continue;
+      if (p->id != proc || p->destroyed) continue;
       if (p->device != device) return kBadDeviceErr;
-      p->isRunning = running;
-      p->isDestroyed = destroyed;
+      p->running = running;
+      p->destroyed = destroyed;
       return 0;
     }
     return kBadObjectErr;

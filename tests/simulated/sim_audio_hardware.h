@@ -59,15 +59,13 @@ struct SimIOProc {
   platform::IOProcID id;
   AudioObjectID device;
   platform::IOBlock block;
-  bool isRunning = false, isDestroyed = false;
+  bool running = false, destroyed = false;
   // Runs the block once, as a hardware period would.
   void deliver(const platform::AudioBufferList& list, uint64_t hostTime) {
     platform::AudioTimeStamp time;
     time.hostTime = hostTime;
     block(&list, &time);
   }
-  bool running() const { return isRunning; }
-  bool destroyed() const { return isDestroyed; }
 };
 
 class SimAudioHardware final : public platform::AudioHardware {
@@ -78,9 +76,9 @@ class SimAudioHardware final : public platform::AudioHardware {
     OSStatus nameStatus = 0;          // non-zero: the name lookup fails with it
     uint32_t outputStreams = 1;       // 0: an input-only device
     std::vector<uint32_t> inputChannels;
+    int64_t sizeBias = 0;  // stream-configuration size queries report this many bytes more (or fewer)
   };
 
-  SimAudioHardware() : nextTapFormat_(platform::floatPCMFormat(48000, 2)) {}
   ~SimAudioHardware() override { waitForListeners(5); }
 
   // --- scripting: devices ---
@@ -90,21 +88,15 @@ class SimAudioHardware final : public platform::AudioHardware {
     return nextID_++;
   }
   void setDefaultOutput(AudioObjectID device) {  // fires default-output listeners
-    writeLocked(mutex_, defaultOutput_, device);
+    defaultOutput_.set(device);
     fire(platform::kAudioObjectSystemObject, platform::ListenedProperty::defaultOutputDevice);
   }
   void setDefaultInput(AudioObjectID) {  // fires default-input listeners
     fire(platform::kAudioObjectSystemObject, platform::ListenedProperty::defaultInputDevice);
   }
-  // Size queries of the device's stream configuration report `bias` bytes
-  // more (or fewer) than the configuration really takes.
-  void setStreamConfigSizeBias(AudioObjectID device, int64_t bias) {
-    std::lock_guard lock(mutex_);
-    devices_.at(device).sizeBias = bias;
-  }
 
   // --- scripting: taps ---
-  void setNextTapFormat(const platform::StreamFormat& format) { writeLocked(mutex_, nextTapFormat_, format); }
+  Locked<platform::StreamFormat> nextTapFormat = platform::floatPCMFormat(48000, 2);
   void setTapFormat(AudioObjectID tap, const platform::StreamFormat& format) {  // fires listeners
     {
       std::lock_guard lock(mutex_);
@@ -119,13 +111,14 @@ class SimAudioHardware final : public platform::AudioHardware {
     failures_[call].push_back({status, times});
   }
   void failAlways(const std::string& call, OSStatus status) { failNext(call, status, -1); }
-  void clearFailures() { writeLocked(mutex_, failures_, decltype(failures_){}); }
+  void clearFailures() {
+    std::lock_guard lock(mutex_);
+    failures_.clear();
+  }
 
   // --- records ---
-  std::vector<nlohmann::json> aggregateDescriptions() const {  // every create request, in order
-    return readLocked(mutex_, aggregateDescriptions_);
-  }
-  std::optional<platform::TapDescription> lastTapDescription() const { return readLocked(mutex_, lastTapDescription_); }
+  Locked<std::vector<nlohmann::json>> aggregateDescriptions;  // every create request, in order
+  Locked<std::optional<platform::TapDescription>> lastTapDescription;
   std::vector<AudioObjectID> liveTaps() const { return ids(taps_, [](auto&) { return true; }); }
   std::vector<AudioObjectID> liveAggregates() const { return ids(devices_, [](auto& d) { return d.aggregate; }); }
   std::shared_ptr<SimIOProc> latestIOProc() const {  // null before the first
@@ -142,7 +135,7 @@ class SimAudioHardware final : public platform::AudioHardware {
 
   // --- platform::AudioHardware ---
   OSStatus defaultOutputDevice(AudioObjectID& out) override {
-    return answer("DefaultOutputDevice", [&] { out = defaultOutput_; return 0; });
+    return answer("DefaultOutputDevice", [&] { out = defaultOutput_.get(); return 0; });
   }
   OSStatus deviceUID(AudioObjectID device, std::optional<std::string>& out) override {
     return answerFor("DeviceUID", devices_, device, [&](const SimDevice& d) { out = d.uid; return 0; });
@@ -186,9 +179,9 @@ class SimAudioHardware final : public platform::AudioHardware {
   OSStatus streamConfiguration(AudioObjectID device, Scope scope, void* data, uint32_t& ioBytes) override;
   OSStatus createProcessTap(const platform::TapDescription& description, AudioObjectID& outTap) override {
     return answer("AudioHardwareCreateProcessTap", [&] {
-      lastTapDescription_ = description;
+      lastTapDescription.set(description);
       outTap = nextID_++;
-      taps_[outTap] = Tap{"sim-tap-" + std::to_string(outTap), nextTapFormat_};
+      taps_[outTap] = Tap{"sim-tap-" + std::to_string(outTap), nextTapFormat.get()};
       return 0;
     });
   }
@@ -247,7 +240,6 @@ class SimAudioHardware final : public platform::AudioHardware {
  private:
   struct SimDevice : Device {
     bool aggregate = false;
-    int64_t sizeBias = 0;
     // The channel count of each buffer of the scope's stream configuration.
     std::vector<uint32_t> buffers(Scope scope) const {
       return scope == Scope::input ? inputChannels : std::vector<uint32_t>(outputStreams, 2);
@@ -308,10 +300,7 @@ class SimAudioHardware final : public platform::AudioHardware {
   AudioObjectID nextID_ = 100;
   std::map<AudioObjectID, SimDevice> devices_;
   std::map<AudioObjectID, Tap> taps_;
-  AudioObjectID defaultOutput_ = 0;
-  platform::StreamFormat nextTapFormat_;
-  std::vector<nlohmann::json> aggregateDescriptions_;
-  std::optional<platform::TapDescription> lastTapDescription_;
+  Locked<AudioObjectID> defaultOutput_;
   std::vector<std::shared_ptr<SimIOProc>> procs_;
   std::map<platform::ListenerID, Listener> listeners_;
   int pendingListenerCalls_ = 0;

@@ -31,7 +31,7 @@ platform::SampleBuffer micSampleBuffer(int64_t ptsNanos, int64_t frames, float v
 }
 
 bool SimAudioDataOutput::deliver(const platform::SampleBuffer& buffer) {
-  auto [handler, queue] = readLocked(mutex_, handler_);
+  auto [handler, queue] = handler_.get();
   if (!handler) return false;
   if (queue)
     queue->sync([&] { handler(buffer); });

@@ -40,15 +40,13 @@ class SimCaptureDevice final : public platform::CaptureDevice {
   SimCaptureDevice(std::string uid, std::string name) : uid_(std::move(uid)), name_(std::move(name)) {}
   std::string uniqueID() const override { return uid_; }
   std::string localizedName() const override { return name_; }
-  bool isConnected() const override { return readLocked(mutex_, connected_); }
+  bool isConnected() const override { return connected.get(); }
   std::optional<platform::AudioFormatDescription> activeFormat() const override { return micFloatFormat(); }
-  void setConnected(bool connected) { writeLocked(mutex_, connected_, connected); }
+  Locked<bool> connected = true;
 
  private:
   const std::string uid_;
   const std::string name_;
-  mutable std::mutex mutex_;
-  bool connected_ = true;
 };
 
 class SimCaptureDeviceInput final : public platform::CaptureDeviceInput {
@@ -62,86 +60,63 @@ class SimCaptureDeviceInput final : public platform::CaptureDeviceInput {
 
 class SimAudioDataOutput final : public platform::AudioDataOutput {
  public:
-  void setAudioSettings(const platform::CaptureAudioSettings& settings) override {
-    writeLocked(mutex_, settings_, settings);
-  }
-  platform::CaptureAudioSettings audioSettings() const override { return readLocked(mutex_, settings_); }
+  void setAudioSettings(const platform::CaptureAudioSettings& settings) override { settings_.set(settings); }
+  platform::CaptureAudioSettings audioSettings() const override { return settings_.get(); }
   void setSampleBufferHandler(platform::SampleBufferHandler handler, ::ac::SerialQueue* queue) override {
-    writeLocked(mutex_, handler_, std::pair{std::move(handler), queue});
+    handler_.set({std::move(handler), queue});
   }
   // Runs the handler with `buffer` on its queue and waits for it; false when
   // no handler is registered.
   bool deliver(const platform::SampleBuffer& buffer);
 
  private:
-  mutable std::mutex mutex_;
-  platform::CaptureAudioSettings settings_{};
-  std::pair<platform::SampleBufferHandler, ::ac::SerialQueue*> handler_;
+  Locked<platform::CaptureAudioSettings> settings_;
+  Locked<std::pair<platform::SampleBufferHandler, ::ac::SerialQueue*>> handler_;
 };
 
 class SimCaptureSession final : public platform::CaptureSession {
  public:
-  // --- scripting ---
-  // The next `count` startRunning calls leave the session stopped.
-  void failNextStarts(int count) { writeLocked(mutex_, failStarts_, count); }
-  // Stops the session as a device or runtime failure would.
-  void setRunning(bool running) { writeLocked(mutex_, running_, running); }
-
-  // --- records ---
-  std::vector<std::shared_ptr<platform::CaptureDeviceInput>> inputs() const { return readLocked(mutex_, inputs_); }
+  Locked<int> failStarts;  // script: the next this many startRunning calls leave the session stopped
+  Locked<std::vector<std::shared_ptr<platform::CaptureDeviceInput>>> inputs;  // record
 
   // --- platform::CaptureSession ---
   void beginConfiguration() override {}
   void commitConfiguration() override {}
   bool canAddInput(const std::shared_ptr<platform::CaptureDeviceInput>& input) override {
-    std::lock_guard lock(mutex_);
-    return input && std::find(inputs_.begin(), inputs_.end(), input) == inputs_.end();
+    return input && inputs.with([&](auto& v) { return std::find(v.begin(), v.end(), input) == v.end(); });
   }
-  void addInput(const std::shared_ptr<platform::CaptureDeviceInput>& input) override {
-    std::lock_guard lock(mutex_);
-    inputs_.push_back(input);
-  }
+  void addInput(const std::shared_ptr<platform::CaptureDeviceInput>& input) override { inputs.push_back(input); }
   void removeInput(const std::shared_ptr<platform::CaptureDeviceInput>& input) override {
-    std::lock_guard lock(mutex_);
-    std::erase(inputs_, input);
+    inputs.with([&](auto& v) { std::erase(v, input); });
   }
   bool canAddOutput(const std::shared_ptr<platform::AudioDataOutput>&) override { return true; }
   void addOutput(const std::shared_ptr<platform::AudioDataOutput>&) override {}
-  void startRunning() override {
-    std::lock_guard lock(mutex_);
-    running_ = failStarts_ == 0;
-    if (failStarts_ > 0) --failStarts_;
-  }
-  void stopRunning() override { writeLocked(mutex_, running_, false); }
-  bool isRunning() override { return readLocked(mutex_, running_); }
+  void startRunning() override { running_.set(failStarts.with([](int& n) { return n > 0 ? (--n, false) : true; })); }
+  // Also what a test calls to stop the session as a device or runtime failure would.
+  void stopRunning() override { running_.set(false); }
+  bool isRunning() override { return running_.get(); }
 
  private:
-  mutable std::mutex mutex_;
-  int failStarts_ = 0;
-  bool running_ = false;
-  std::vector<std::shared_ptr<platform::CaptureDeviceInput>> inputs_;
+  Locked<bool> running_;
 };
 
 class SimMicCapture final : public platform::MicCapture {
  public:
   // --- scripting ---
-  std::shared_ptr<SimCaptureDevice> addDevice(const std::string& uid, const std::string& name) {
-    auto device = std::make_shared<SimCaptureDevice>(uid, name);
-    std::lock_guard lock(mutex_);
-    return devices_[uid] = device;
+  void addDevice(const std::string& uid, const std::string& name) {
+    devices_.with([&](auto& all) { all[uid] = std::make_shared<SimCaptureDevice>(uid, name); });
   }
   std::shared_ptr<SimCaptureDevice> device(const std::string& uid) const {
-    std::lock_guard lock(mutex_);
-    auto it = devices_.find(uid);
-    return it == devices_.end() ? nullptr : it->second;
+    auto all = devices_.get();
+    return all.contains(uid) ? all[uid] : nullptr;
   }
-  void setDefaultDevice(std::optional<std::string> uid) { writeLocked(mutex_, defaultUID_, std::move(uid)); }
+  Locked<std::optional<std::string>> defaultUID;  // answered only while that device is connected
   // Marks the device gone; with `notify`, posts the disconnect naming it.
   void disconnect(const std::string& uid, bool notify = true) {
-    device(uid)->setConnected(false);
+    device(uid)->connected.set(false);
     if (notify) postDeviceDisconnected(device(uid));
   }
-  void reconnect(const std::string& uid) { device(uid)->setConnected(true); }
+  void reconnect(const std::string& uid) { device(uid)->connected.set(true); }
 
   // Posts to every matching observer and (unless told not to) waits until
   // the handlers ran.
@@ -159,8 +134,8 @@ class SimMicCapture final : public platform::MicCapture {
   }
 
   // --- records ---
-  std::shared_ptr<SimCaptureSession> lastSession() const { return readLocked(mutex_, lastSession_); }
-  std::shared_ptr<SimAudioDataOutput> lastOutput() const { return readLocked(mutex_, lastOutput_); }
+  Locked<std::shared_ptr<SimCaptureSession>> lastSession;
+  Locked<std::shared_ptr<SimAudioDataOutput>> lastOutput;
   size_t observerCount() const {
     std::lock_guard lock(mutex_);
     return observers_.size();
@@ -171,14 +146,8 @@ class SimMicCapture final : public platform::MicCapture {
   void requestAccess(std::function<void(bool granted)> completion) override {
     if (completion) completion(true);
   }
-  std::shared_ptr<platform::CaptureDevice> defaultAudioDevice() override {
-    std::lock_guard lock(mutex_);
-    return connectedLocked(defaultUID_);
-  }
-  std::shared_ptr<platform::CaptureDevice> deviceWithUniqueID(const std::string& uid) override {
-    std::lock_guard lock(mutex_);
-    return connectedLocked(uid);
-  }
+  std::shared_ptr<platform::CaptureDevice> defaultAudioDevice() override { return connected(defaultUID.get()); }
+  std::shared_ptr<platform::CaptureDevice> deviceWithUniqueID(const std::string& uid) override { return connected(uid); }
   std::shared_ptr<platform::CaptureDeviceInput> makeDeviceInput(const std::shared_ptr<platform::CaptureDevice>& device,
                                                                 Error& error) override {
     if (device && device->isConnected()) return std::make_shared<SimCaptureDeviceInput>(device);
@@ -186,14 +155,10 @@ class SimMicCapture final : public platform::MicCapture {
     return nullptr;
   }
   std::shared_ptr<platform::AudioDataOutput> makeAudioDataOutput() override {
-    auto output = std::make_shared<SimAudioDataOutput>();
-    writeLocked(mutex_, lastOutput_, output);
-    return output;
+    return lastOutput.with([](auto& last) { return last = std::make_shared<SimAudioDataOutput>(); });
   }
   std::shared_ptr<platform::CaptureSession> makeSession() override {
-    auto session = std::make_shared<SimCaptureSession>();
-    writeLocked(mutex_, lastSession_, session);
-    return session;
+    return lastSession.with([](auto& last) { return last = std::make_shared<SimCaptureSession>(); });
   }
   platform::ObserverToken observeDeviceDisconnected(
       ::ac::SerialQueue* queue, std::function<void(std::shared_ptr<platform::CaptureDevice>)> handler) override {
@@ -224,16 +189,13 @@ class SimMicCapture final : public platform::MicCapture {
     return nextToken_++;
   }
   // The device while it is connected, else null.
-  std::shared_ptr<SimCaptureDevice> connectedLocked(const std::optional<std::string>& uid) const {
-    auto it = uid ? devices_.find(*uid) : devices_.end();
-    return it != devices_.end() && it->second->isConnected() ? it->second : nullptr;
+  std::shared_ptr<SimCaptureDevice> connected(const std::optional<std::string>& uid) const {
+    auto d = uid ? device(*uid) : nullptr;
+    return d && d->isConnected() ? d : nullptr;
   }
 
   mutable std::mutex mutex_;
-  std::map<std::string, std::shared_ptr<SimCaptureDevice>> devices_;
-  std::optional<std::string> defaultUID_;
-  std::shared_ptr<SimCaptureSession> lastSession_;
-  std::shared_ptr<SimAudioDataOutput> lastOutput_;
+  Locked<std::map<std::string, std::shared_ptr<SimCaptureDevice>>> devices_;
   std::map<platform::ObserverToken, Observer> observers_;
   platform::ObserverToken nextToken_ = 1;
 };

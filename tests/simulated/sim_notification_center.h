@@ -7,11 +7,10 @@
 // lock.
 #pragma once
 
-#include <algorithm>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/notification_center.h"
@@ -35,96 +34,66 @@ class SimNotificationCenter final : public platform::NotificationCenter {
     std::string identifier;
     platform::NotificationContent content;
   };
-  struct RequestOptions {
-    bool alert = false, sound = false, badge = false;
-  };
   // The delivery date of added banners.
   static constexpr double deliveryDate = 1'800'000'000;
 
-  // --- scripting ---
-  // Changes some answers, keeping the rest.
-  void editScript(const std::function<void(Script&)>& edit) {
-    std::lock_guard lock(mutex_);
-    edit(script_);
-  }
-  void setDelivered(std::vector<platform::DeliveredNotification> delivered) {
-    writeLocked(mutex_, delivered_, std::move(delivered));
-  }
-  void setCategoriesDirectly(std::vector<platform::NotificationCategory> categories) {
-    writeLocked(mutex_, categories_, std::move(categories));
-  }
-
+  // --- scripts and state the test may set ---
+  Locked<Script> script;
+  Locked<std::vector<platform::DeliveredNotification>> delivered;
+  Locked<std::vector<platform::NotificationCategory>> categories;
   // --- records ---
-  std::vector<Added> added() const { return readLocked(mutex_, added_); }
-  std::vector<std::string> removed() const { return readLocked(mutex_, removed_); }
-  std::vector<platform::NotificationCategory> categories() const { return readLocked(mutex_, categories_); }
-  // The options of the last authorization request.
-  std::optional<RequestOptions> lastRequestOptions() const { return readLocked(mutex_, lastRequest_); }
+  Locked<std::vector<Added>> added;
+  Locked<std::vector<std::string>> removed;
+  Locked<std::optional<std::tuple<bool, bool, bool>>> lastRequest;  // alert, sound, badge of the last request
 
   // Delivers a response for a delivered banner to the delegate, as a user's
   // click or action would; completion signals when it was answered. Nothing
   // when there is no delegate or no such banner.
   void respond(const std::string& requestIdentifier, const std::string& actionIdentifier,
                std::function<void()> completion = [] {}) {
-    std::unique_lock lock(mutex_);
-    auto it = std::find_if(delivered_.begin(), delivered_.end(),
-                           [&](const auto& d) { return d.requestIdentifier == requestIdentifier; });
-    if (!delegate_ || it == delivered_.end()) return;
-    platform::NotificationResponse response{requestIdentifier, actionIdentifier, it->content};
-    auto* delegate = delegate_;
-    lock.unlock();
-    delegate->didReceive(response, std::move(completion));
+    platform::NotificationDelegate* delegate = delegate_.get();
+    for (const auto& d : delivered.get())
+      if (delegate && d.requestIdentifier == requestIdentifier)
+        return delegate->didReceive({requestIdentifier, actionIdentifier, d.content}, std::move(completion));
   }
 
   // --- platform::NotificationCenter ---
-  void setDelegate(platform::NotificationDelegate* delegate) override { writeLocked(mutex_, delegate_, delegate); }
+  void setDelegate(platform::NotificationDelegate* delegate) override { delegate_.set(delegate); }
   void getAuthorizationStatus(std::function<void(Status)> completion) override {
-    if (auto status = readLocked(mutex_, script_.status)) completion(*status);
+    if (auto status = script.get().status) completion(*status);
   }
   void requestAuthorization(bool alert, bool sound, bool badge,
                             std::function<void(bool, std::optional<Error>)> completion) override {
-    std::unique_lock lock(mutex_);
-    lastRequest_ = RequestOptions{alert, sound, badge};
-    if (script_.statusAfterRequest) script_.status = script_.statusAfterRequest;
-    Script s = script_;
-    lock.unlock();
+    lastRequest.set(std::tuple(alert, sound, badge));
+    const Script s = script.with([](Script& s) {
+      if (s.statusAfterRequest) s.status = s.statusAfterRequest;
+      return s;
+    });
     completion(s.grantsRequest, s.requestError);
   }
   void add(const std::string& identifier, const platform::NotificationContent& content,
            std::function<void(std::optional<Error>)> completion) override {
-    std::unique_lock lock(mutex_);
-    std::optional<Error> error = script_.addError;
-    added_.push_back({identifier, content});
-    if (!error) delivered_.push_back({identifier, content, deliveryDate});
-    lock.unlock();
+    const std::optional<Error> error = script.get().addError;
+    added.push_back(Added{identifier, content});
+    if (!error) delivered.push_back(platform::DeliveredNotification{identifier, content, deliveryDate});
     completion(error);
   }
   void getDelivered(std::function<void(std::vector<platform::DeliveredNotification>)> completion) override {
-    if (readLocked(mutex_, script_.answersDelivered)) completion(readLocked(mutex_, delivered_));
+    if (script.get().answersDelivered) completion(delivered.get());
   }
   void removeDelivered(const std::vector<std::string>& identifiers) override {
-    std::lock_guard lock(mutex_);
     for (const auto& id : identifiers) {
-      removed_.push_back(id);
-      std::erase_if(delivered_, [&](const auto& d) { return d.requestIdentifier == id; });
+      removed.push_back(id);
+      delivered.with([&](auto& v) { std::erase_if(v, [&](const auto& d) { return d.requestIdentifier == id; }); });
     }
   }
   void getCategories(std::function<void(std::vector<platform::NotificationCategory>)> completion) override {
-    if (readLocked(mutex_, script_.answersCategories)) completion(readLocked(mutex_, categories_));
+    if (script.get().answersCategories) completion(categories.get());
   }
-  void setCategories(const std::vector<platform::NotificationCategory>& categories) override {
-    writeLocked(mutex_, categories_, categories);
-  }
+  void setCategories(const std::vector<platform::NotificationCategory>& list) override { categories.set(list); }
 
  private:
-  mutable std::mutex mutex_;
-  Script script_;
-  std::vector<Added> added_;
-  std::vector<platform::DeliveredNotification> delivered_;
-  std::vector<std::string> removed_;
-  std::vector<platform::NotificationCategory> categories_;
-  std::optional<RequestOptions> lastRequest_;
-  platform::NotificationDelegate* delegate_ = nullptr;
+  Locked<platform::NotificationDelegate*> delegate_ = nullptr;
 };
 
 }  // namespace ac::sim
