@@ -91,6 +91,7 @@ TEST_F(ClickHandling, StaleTemplatePickRaisesTheRefusalBannerAndStartsNothing) {
   captureStderr();
   center_.respond("N1", templateAction("t1", "Standup"));
   runMainQueueFor(0.3);
+  pumpUntil([&] { return settled == 1 && !center_.added.get().empty(); });
   EXPECT_EQ(stderrText(),
             "notify: meeting-prompt template pick refused (no longer on the roster as it was offered — deleted, "
             "renamed or duplicated since)\n");

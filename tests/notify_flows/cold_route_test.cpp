@@ -79,6 +79,9 @@ TEST_F(ColdRoute, OnlyTheOneBannerGoneIsRoutedAndSettled) {
     captureStderr();
     routeColdClickFromJournal(center_, once, c.snapshot);
     runMainQueueFor(c.delivered ? 0.3 : deliveredQueryTimeoutSeconds + 0.3);
+    pumpUntil([&] {
+      return journalIDs() == c.journalLeft && desk_.openedURLs.get().size() - opened == (c.opensNote ? 1u : 0u);
+    });
     EXPECT_EQ(stderrText(), c.said);
     EXPECT_EQ(desk_.openedURLs.get().size() - opened, c.opensNote ? 1u : 0u);
     lock.reset();

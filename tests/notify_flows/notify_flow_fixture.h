@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -42,6 +43,12 @@ class NotifyFlowTest : public ::testing::Test, protected test::ScratchDir {
   void captureStderr() {
     ::testing::internal::CaptureStderr();
     capturing_ = true;
+  }
+  // Pumps the main queue until done() holds, at most 10 s: a click's work
+  // hops across queues, which a loaded machine may make slower than any
+  // fixed wait.
+  static void pumpUntil(const std::function<bool()>& done) {
+    for (double start = monotonicSeconds(); !done() && monotonicSeconds() - start < 10;) runMainQueueFor(0.01);
   }
   std::string stderrText() {
     capturing_ = false;
